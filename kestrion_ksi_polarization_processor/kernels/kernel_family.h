@@ -1,0 +1,12 @@
+// The whole-image kernel family: one kernel per phase list and per setting of
+// ten flags, each an std::integral_constant<bool, ...>. The definitions live
+// in image_sweep.h and are instantiated explicitly in the kernel translation
+// units, spread over several files to keep the build parallel.
+#pragma once
+
+#include "kernels/polarization_computation_arguments.h"
+
+template <class Indices, class Native_scale, class Has_normalized_pair, class Has_s0, class Has_s1, class Has_s2,
+          class Has_azimuth, class Has_dolp, class Even_rows, class Even_columns, class Has_sse41>
+void generate_polarization_output_data_impl(const Polarization_computation_arguments& arguments,
+                                            const Calibration_matrices& matrices);

@@ -1,0 +1,3 @@
+#include "kernels/kernel_instantiation.h"
+
+KSI_INSTANTIATE_KERNELS_OF_PHASE(Phase_135_indices)
