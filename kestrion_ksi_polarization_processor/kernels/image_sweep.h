@@ -3,7 +3,10 @@
 // body, the end of the pair; after the last pair, the last rows.
 #pragma once
 
+#include <type_traits>
+
 #include "kernels/edge_stages.h"
+#include "kernels/four_lane_block.h"
 #include "kernels/kernel_family.h"
 
 // A sweep without a block stage: the scalar stages write every pixel.
@@ -42,7 +45,10 @@ template <class Indices, class Native_scale, class Has_normalized_pair, class Ha
 void generate_polarization_output_data_impl(const Polarization_computation_arguments& arguments,
                                             const Calibration_matrices& matrices)
 {
-    sweep_frame<No_block_stage, Native_scale::value, Has_normalized_pair::value, Has_s0::value, Has_s1::value,
+    using Form = std::conditional_t<Has_sse41::value, Sse41_form, Baseline_form>;
+    using Block_stage = Four_lane_block_stage<Indices, Native_scale::value, Has_normalized_pair::value, Has_s0::value,
+                                              Has_s1::value, Has_s2::value, Has_azimuth::value, Has_dolp::value, Form>;
+    sweep_frame<Block_stage, Native_scale::value, Has_normalized_pair::value, Has_s0::value, Has_s1::value,
                 Has_s2::value, Has_azimuth::value, Has_dolp::value, Even_rows::value, Even_columns::value>(arguments,
                                                                                                           matrices);
 }
