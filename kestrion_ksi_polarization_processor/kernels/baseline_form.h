@@ -19,7 +19,7 @@ struct Baseline_form {
         return _mm_cvtsi32_ss(_mm_setzero_ps(), row[column]);
     }
 
-    static KSI_LANE_OPERATION Row_lanes widen(const std::uint16_t* row)
+    static KSI_LANE_OPERATION Row_lanes widen_block(const std::uint16_t* row)
     {
         const Lanes w0 = element(row, 0), w2 = element(row, 2), w4 = element(row, 4);
         const Lanes w1 = element(row, 1), w3 = element(row, 3);
@@ -31,13 +31,25 @@ struct Baseline_form {
                 _mm_shuffle_ps(w1_w3, w1_w3, _MM_SHUFFLE(1, 1, 0, 0))};
     }
 
-    // Clamped lanes to four elements, converted one lane at a time under the
-    // current rounding mode.
-    static KSI_LANE_OPERATION void store(std::uint16_t* destination, Lanes clamped)
+    template <unsigned Count>
+    static KSI_LANE_OPERATION void widen(const std::uint16_t* row, Row_lanes (&lanes)[Count])
     {
-        destination[0] = std::uint16_t(_mm_cvtss_si32(clamped));
-        destination[1] = std::uint16_t(_mm_cvtss_si32(_mm_shuffle_ps(clamped, clamped, _MM_SHUFFLE(1, 1, 1, 1))));
-        destination[2] = std::uint16_t(_mm_cvtss_si32(_mm_shuffle_ps(clamped, clamped, _MM_SHUFFLE(2, 2, 2, 2))));
-        destination[3] = std::uint16_t(_mm_cvtss_si32(_mm_shuffle_ps(clamped, clamped, _MM_SHUFFLE(3, 3, 3, 3))));
+        for (unsigned block = 0; block < Count; ++block)
+            lanes[block] = widen_block(row + 4 * block);
+    }
+
+    // Limited lanes to 16-bit elements, converted one lane at a time under
+    // the current rounding mode and stored one element at a time.
+    template <unsigned Count>
+    static KSI_LANE_OPERATION void store_lanes(std::uint16_t* destination, const Lanes (&limited)[Count])
+    {
+        for (unsigned block = 0; block < Count; ++block) {
+            const Lanes v = limited[block];
+            std::uint16_t* const elements = destination + 4 * block;
+            elements[0] = std::uint16_t(_mm_cvtss_si32(v));
+            elements[1] = std::uint16_t(_mm_cvtss_si32(_mm_shuffle_ps(v, v, _MM_SHUFFLE(1, 1, 1, 1))));
+            elements[2] = std::uint16_t(_mm_cvtss_si32(_mm_shuffle_ps(v, v, _MM_SHUFFLE(2, 2, 2, 2))));
+            elements[3] = std::uint16_t(_mm_cvtss_si32(_mm_shuffle_ps(v, v, _MM_SHUFFLE(3, 3, 3, 3))));
+        }
     }
 };

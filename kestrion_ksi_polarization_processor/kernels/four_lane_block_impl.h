@@ -22,16 +22,11 @@ constexpr unsigned vectors_named(std::size_t first, std::size_t last)
 }
 
 // Limits every 16-bit slot: minimum first, so that a not-a-number lands on
-// the maximum, then maximum with 0.
+// the maximum, then maximum with 0. Converting and storing the limited lanes
+// is the form's part of store_lanes.
 KSI_LANE_OPERATION Lanes clamp_lanes(Lanes v, Lanes maximum)
 {
     return _mm_max_ps(_mm_min_ps(v, maximum), _mm_setzero_ps());
-}
-
-template <class Form>
-KSI_LANE_OPERATION void store_lanes(std::uint16_t* destination, Lanes v, Lanes maximum)
-{
-    Form::store(destination, clamp_lanes(v, maximum));
 }
 
 template <class Indices, bool Native_scale, bool Has_normalized_pair, bool Has_s0, bool Has_s1, bool Has_s2,
@@ -44,16 +39,24 @@ struct Four_lane_block {
                                                (needs_s1 ? vectors_named<Indices>(9, 12) : 0u) |
                                                (needs_s2 ? vectors_named<Indices>(13, 16) : 0u);
 
-    // Source vectors 2k and 2k + 1 come from source row k of the block.
-    template <unsigned K>
-    static KSI_LANE_OPERATION void widen_if_needed(Lanes (&v)[6], const std::uint16_t* source_row)
+    // Source vectors 2k and 2k + 1 come from source row k of a block.
+    template <unsigned K, unsigned Count>
+    static KSI_LANE_OPERATION void widen_if_needed(Lanes (&v)[Count][6], const std::uint16_t* source_row)
     {
         if constexpr ((needed_vectors >> (2 * K) & 3u) != 0) {
-            const typename Form::Row_lanes lanes = Form::widen(source_row);
-            v[2 * K] = lanes.even;
-            v[2 * K + 1] = lanes.odd;
+            typename Form::Row_lanes lanes[Count];
+            Form::widen(source_row, lanes);
+            for (unsigned block = 0; block < Count; ++block) {
+                v[block][2 * K] = lanes[block].even;
+                v[block][2 * K + 1] = lanes[block].odd;
+            }
         }
     }
+
+    // The limited lanes of the 16-bit slots of one row of a block.
+    struct Limited_row {
+        Lanes s0, s1, s2, azimuth, dolp;
+    };
 
     struct Outputs {
         const std::uint16_t* input;
@@ -72,13 +75,15 @@ struct Four_lane_block {
         return _mm_mul_ps(_mm_mul_ps(v, constants.max_float_lanes), constants.input_reciprocal_lanes);
     }
 
-    // One row of a block. Its S0 sums list positions Sum to Sum + 3, its S1
-    // is Difference_s1 minus the next one, its S2 likewise; `element` is the
+    // One row of a block: writes slot 0 and gives the limited lanes of the
+    // 16-bit slots. Its S0 sums list positions Sum to Sum + 3, its S1 is
+    // Difference_s1 minus the next one, its S2 likewise; `element` is the
     // row's element at the block's first column.
     template <std::size_t Sum, std::size_t Difference_s1, std::size_t Difference_s2>
-    static KSI_LANE_OPERATION void row(const Lanes (&v)[6], const Four_lane_constants& constants,
-                                       const Outputs& outputs, std::size_t element)
+    static KSI_LANE_OPERATION Limited_row row(const Lanes (&v)[6], const Four_lane_constants& constants,
+                                              const Outputs& outputs, std::size_t element)
     {
+        Limited_row limited = {};
         const Lanes s0 = _mm_mul_ps(_mm_add_ps(_mm_add_ps(v[Indices::at(Sum)], v[Indices::at(Sum + 1)]),
                                                _mm_add_ps(v[Indices::at(Sum + 2)], v[Indices::at(Sum + 3)])),
                                     constants.half_estimate);
@@ -94,18 +99,18 @@ struct Four_lane_block {
             _mm_storeu_ps(pair + 4, _mm_unpackhi_ps(s1_ratio, s2_ratio));
         }
         if constexpr (Has_s0)
-            store_lanes<Form>(outputs.s0_image + element, rescaled(s0, constants), maximum);
+            limited.s0 = clamp_lanes(rescaled(s0, constants), maximum);
         if constexpr (Has_s1)
-            store_lanes<Form>(outputs.s1_image + element, rescaled(s1, constants), maximum);
+            limited.s1 = clamp_lanes(rescaled(s1, constants), maximum);
         if constexpr (Has_s2)
-            store_lanes<Form>(outputs.s2_image + element, rescaled(s2, constants), maximum);
+            limited.s2 = clamp_lanes(rescaled(s2, constants), maximum);
         if constexpr (Has_azimuth) {
             const Lanes angle = lane_arctangent2<Four_lane_estimate>(s1, s2);
             Lanes azimuth = _mm_mul_ps(angle, lanes_from_bits(angle_scale_bits));
             azimuth = _mm_add_ps(azimuth, lanes_from_bits(azimuth_offset_bits));
             azimuth = _mm_mul_ps(azimuth, constants.azimuth_scale);
             azimuth = clamp_lanes(azimuth, constants.max_int_lanes);
-            store_lanes<Form>(outputs.azimuth_image + element, azimuth, maximum);
+            limited.azimuth = clamp_lanes(azimuth, maximum);
         }
         if constexpr (Has_dolp) {
             const Lanes s0_zero = _mm_cmpeq_ps(s0, _mm_setzero_ps());
@@ -113,21 +118,55 @@ struct Four_lane_block {
             Lanes degree = _mm_mul_ps(magnitude, estimate(s0));
             degree = _mm_andnot_ps(s0_zero, degree);  // exactly 0, not 0 x infinity, where S0 is 0
             degree = _mm_mul_ps(degree, constants.max_int_lanes);
-            store_lanes<Form>(outputs.dolp_image + element, degree, maximum);
+            limited.dolp = clamp_lanes(degree, maximum);
         }
+        return limited;
     }
 
-    static KSI_LANE_OPERATION void block(const Outputs& outputs, const Four_lane_constants& constants,
-                                         std::size_t upper_element, std::size_t columns)
+    template <unsigned Count>
+    static KSI_LANE_OPERATION void store_rows(const Outputs& outputs, std::size_t element,
+                                              const Limited_row (&rows)[Count])
     {
-        Lanes v[6] = {_mm_setzero_ps(), _mm_setzero_ps(), _mm_setzero_ps(),
-                      _mm_setzero_ps(), _mm_setzero_ps(), _mm_setzero_ps()};
+        if constexpr (Has_s0)
+            store_slot(outputs.s0_image + element, rows, &Limited_row::s0);
+        if constexpr (Has_s1)
+            store_slot(outputs.s1_image + element, rows, &Limited_row::s1);
+        if constexpr (Has_s2)
+            store_slot(outputs.s2_image + element, rows, &Limited_row::s2);
+        if constexpr (Has_azimuth)
+            store_slot(outputs.azimuth_image + element, rows, &Limited_row::azimuth);
+        if constexpr (Has_dolp)
+            store_slot(outputs.dolp_image + element, rows, &Limited_row::dolp);
+    }
+
+    template <unsigned Count>
+    static KSI_LANE_OPERATION void store_slot(std::uint16_t* destination, const Limited_row (&rows)[Count],
+                                              Lanes Limited_row::*slot)
+    {
+        Lanes limited[Count];
+        for (unsigned block = 0; block < Count; ++block)
+            limited[block] = rows[block].*slot;
+        Form::store_lanes(destination, limited);
+    }
+
+    // Count neighbouring blocks, one or two, from the upper row's element
+    // `upper_element`. Two at a time share their source loads and stores.
+    template <unsigned Count>
+    static KSI_LANE_OPERATION void blocks(const Outputs& outputs, const Four_lane_constants& constants,
+                                          std::size_t upper_element, std::size_t columns)
+    {
+        Lanes v[Count][6] = {};
         const std::uint16_t* source = outputs.input + upper_element;
         widen_if_needed<0>(v, source);
         widen_if_needed<1>(v, source + columns);
         widen_if_needed<2>(v, source + 2 * columns);
-        row<1, 9, 13>(v, constants, outputs, upper_element);
-        row<5, 11, 15>(v, constants, outputs, upper_element + columns);
+        Limited_row upper[Count], lower[Count];
+        for (unsigned block = 0; block < Count; ++block) {
+            upper[block] = row<1, 9, 13>(v[block], constants, outputs, upper_element + 4 * block);
+            lower[block] = row<5, 11, 15>(v[block], constants, outputs, upper_element + columns + 4 * block);
+        }
+        store_rows(outputs, upper_element, upper);
+        store_rows(outputs, upper_element + columns, lower);
     }
 };
 
@@ -144,6 +183,10 @@ void generate_four_lane_row_pair(const Four_lane_constants& frame_constants,
                                              arguments.dolp_image};
     const std::size_t columns = arguments.columns;
     const std::size_t upper_row = std::size_t(row) * columns;
-    for (std::size_t column = 0; column < 4 * std::size_t(blocks); column += 4)
-        Block::block(outputs, constants, upper_row + column, columns);
+    const std::size_t block_end = 4 * std::size_t(blocks);
+    std::size_t column = 0;
+    for (; column + 8 <= block_end; column += 8)
+        Block::template blocks<2>(outputs, constants, upper_row + column, columns);
+    if (column < block_end)
+        Block::template blocks<1>(outputs, constants, upper_row + column, columns);
 }

@@ -16,20 +16,39 @@ struct Sse41_form {
         Lanes odd;   // w1, w1, w3, w3
     };
 
-    // Only the first four of the eight loaded elements reach a lane; the load
-    // stays inside the row because the last block starts eight elements or
-    // more before its end.
-    static KSI_LANE_OPERATION Row_lanes widen(const std::uint16_t* row)
+    static KSI_LANE_OPERATION Row_lanes lanes_of(__m128i widened)
     {
-        const __m128i elements = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row));
-        const Lanes w = _mm_cvtepi32_ps(_mm_cvtepu16_epi32(elements));
+        const Lanes w = _mm_cvtepi32_ps(widened);
         return {_mm_shuffle_ps(w, w, _MM_SHUFFLE(2, 2, 2, 0)), _mm_shuffle_ps(w, w, _MM_SHUFFLE(3, 3, 1, 1))};
     }
 
-    // Clamped lanes to four elements: one rounding conversion, one pack.
-    static KSI_LANE_OPERATION void store(std::uint16_t* destination, Lanes clamped)
+    // One source row of one block or of two neighbouring blocks, from a
+    // single eight-element load. A block takes the first four elements of its
+    // own columns; w4 never reaches its lanes. The load stays inside the row
+    // because the last block starts eight elements or more before its end.
+    template <unsigned Count>
+    static KSI_LANE_OPERATION void widen(const std::uint16_t* row, Row_lanes (&lanes)[Count])
     {
-        const __m128i packed = _mm_packus_epi32(_mm_cvtps_epi32(clamped), _mm_setzero_si128());
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(destination), packed);
+        static_assert(Count == 1 || Count == 2, "one load serves at most two blocks");
+        const __m128i elements = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row));
+        lanes[0] = lanes_of(_mm_cvtepu16_epi32(elements));
+        if constexpr (Count == 2)
+            lanes[1] = lanes_of(_mm_unpackhi_epi16(elements, _mm_setzero_si128()));
+    }
+
+    // Limited lanes of one or two blocks to 16-bit elements: rounding
+    // conversion, unsigned-saturating pack (against zero for a single block),
+    // one store.
+    template <unsigned Count>
+    static KSI_LANE_OPERATION void store_lanes(std::uint16_t* destination, const Lanes (&limited)[Count])
+    {
+        static_assert(Count == 1 || Count == 2, "one store serves at most two blocks");
+        const __m128i first = _mm_cvtps_epi32(limited[0]);
+        if constexpr (Count == 1) {
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(destination), _mm_packus_epi32(first, _mm_setzero_si128()));
+        } else {
+            const __m128i second = _mm_cvtps_epi32(limited[1]);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(destination), _mm_packus_epi32(first, second));
+        }
     }
 };
