@@ -183,10 +183,13 @@ void generate_four_lane_row_pair(const Four_lane_constants& frame_constants,
                                              arguments.dolp_image};
     const std::size_t columns = arguments.columns;
     const std::size_t upper_row = std::size_t(row) * columns;
+    // Two blocks side by side share loads and stores; the azimuth keeps too
+    // many values live for that, and runs one block at a time without spills.
+    constexpr unsigned blocks_per_step = Has_azimuth ? 1 : 2;
     const std::size_t block_end = 4 * std::size_t(blocks);
     std::size_t column = 0;
-    for (; column + 8 <= block_end; column += 8)
-        Block::template blocks<2>(outputs, constants, upper_row + column, columns);
+    for (; column + 4 * blocks_per_step <= block_end; column += 4 * blocks_per_step)
+        Block::template blocks<blocks_per_step>(outputs, constants, upper_row + column, columns);
     if (column < block_end)
         Block::template blocks<1>(outputs, constants, upper_row + column, columns);
 }
