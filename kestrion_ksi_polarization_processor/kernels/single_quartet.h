@@ -25,9 +25,11 @@ KSI_LANE_OPERATION std::uint16_t clamp_and_round(float value, float output_maxim
     return std::uint16_t(_mm_cvtss_si32(v));
 }
 
+// Kept out of line: the scalar stages evaluate few pixels per frame, and one
+// body per flag set keeps the family small and quick to build.
 template <bool Native_scale, bool Has_normalized_pair, bool Has_s0, bool Has_s1, bool Has_s2, bool Has_azimuth,
           bool Has_dolp, bool Look_left, bool Look_up>
-KSI_LANE_OPERATION void generate_polarization_output_data_for_single_quartet(
+__attribute__((noinline)) void generate_polarization_output_data_for_single_quartet(
     unsigned row, unsigned column, const Calibration_matrix& m, const Polarization_computation_arguments& arguments,
     Image_buffer_overlays& overlays)
 {
