@@ -177,4 +177,140 @@ KL_POLARIZATION_PROCESSOR_API int kl_polarization_processor_transform(
 }
 #endif
 
+/* ------------------------------------------------------------------------
+ * Optional companion libraries
+ *
+ * Two further shared objects are looked for at run time. Neither is needed:
+ * when one is missing, or lacks one of its functions, the library carries on
+ * without it and says nothing. Both are opened with dlopen(RTLD_LAZY) under a
+ * bare file name, so the dynamic loader's usual search decides where they
+ * come from: LD_LIBRARY_PATH, then the run-path of this library, then the
+ * loader cache and the default directories. The run-path is $ORIGIN, so a
+ * logging library or extension installed in the same directory as
+ * libkestrion_ksi_polarization_processor.so is found without any
+ * environment variable.
+ *
+ * 1. Logging: libkestrion_ksi_logger.so
+ *
+ * Opened by the first kl_polarization_processor_module_initialize and closed
+ * by the last kl_polarization_processor_module_terminate, or, if the module
+ * is still initialised then, when this library is unloaded or the process
+ * exits. It must offer these C functions:
+ *
+ *   void* ksi_get_log(const char* log_name, const char* log_subname);
+ *       Looked up and called once, when the library is opened, with
+ *       log_name "KESTRION_KSI_POLARIZATION_PROCESSOR" and log_subname "".
+ *       Returns the handle passed to every ksi_log call; null refuses, and
+ *       the library then logs nothing (ksi_log is not even looked up).
+ *
+ *   int ksi_log(void* log, int priority, const char* source_file, int line,
+ *               const char* function_name, const char* message);
+ *       Looked up right after a successful ksi_get_log and called for every
+ *       line, possibly from several threads at once. priority is
+ *       KL_KSI_LOG_PRIORITY_ERROR (0) for errors and KL_KSI_LOG_PRIORITY_TIMING
+ *       (2) for the duration of a transform. source_file is
+ *       "kestrion_ksi_polarization_processor/kestrion_ksi_polarization_processor",
+ *       line the line of the call, function_name the full name of the
+ *       exported function, e.g. "kl_polarization_processor_transform".
+ *       message is the complete formatted text, never cut, possibly empty.
+ *       0 means success; the library does not act on any other result.
+ *
+ *   void ksi_free_log(const char* log_name, const char* log_subname);
+ *       Looked up and called only when the library is closed, with the same
+ *       two names as ksi_get_log (not the handle). It is called whenever the
+ *       library was opened, even if ksi_get_log was missing or refused. If
+ *       it is missing the library is closed all the same.
+ *
+ * What is logged:
+ *   priority 0, from create:
+ *     "SSE is required for this component but is not supported on this CPU."
+ *     "Memory allocation failure when trying to create a polar processor instance!"
+ *     "An unknown error occurred when trying to create a polar_processor instance!"
+ *   priority 0, for a null handle (two blanks after the colon):
+ *     "ERROR:  The specified polarization processor handle is NULL!"  (set, get, transform)
+ *     "ERROR:  The specified color processor handle is NULL!"         (destroy)
+ *   priority 2, on every return of kl_polarization_processor_transform once
+ *   the module is initialised, refusals included and after the null-handle
+ *   error line:
+ *     "transform takes <whole microseconds>.000000 microseconds."
+ * Nothing else is logged, and nothing at all while the module is not
+ * initialised.
+ *
+ * 2. AVX2 extension: libkestrion_ksi_polarization_processor_vector_avx2.so
+ *
+ * Opened by the first kl_polarization_processor_module_initialize, whatever
+ * the processor, and closed at the same moments as the logging library, just
+ * before it. It must offer three C functions; the loader looks them up in
+ * this order and stops at the first that is missing:
+ *
+ *   int kl_polarization_processor_vector_avx2_module_initialize(void);
+ *       Called once, after all three were found. 0 accepts; any other
+ *       result keeps the extension out of use (its terminate still runs).
+ *
+ *   int kl_polarization_processor_transform_vector_avx2(
+ *       const kl_polarization_computation_arguments* arguments,
+ *       const kl_calibration_matrices* matrices);
+ *       Called on the caller's thread, possibly on several threads at once,
+ *       for every transform that passed validation, when the extension
+ *       initialised with 0 and the processor supports AVX2. It must do the
+ *       whole work of the transform: the library writes no output after it.
+ *       arguments carries the phase already re-based to the region's first
+ *       pixel; matrices is the calibration set of that phase. Both live only
+ *       for the call. The result is ignored.
+ *
+ *   void kl_polarization_processor_vector_avx2_module_terminate(void);
+ *       Called once when the library closes, if all three functions were
+ *       found, whatever initialise returned.
+ *
+ * If the file, a function or a successful initialise is missing, every
+ * frame is computed by the library itself.
+ * ------------------------------------------------------------------------ */
+
+/* Priorities passed to ksi_log. */
+enum {
+    KL_KSI_LOG_PRIORITY_ERROR = 0,
+    KL_KSI_LOG_PRIORITY_TIMING = 2
+};
+
+/* The frame description handed to the extension's transform, field by field
+ * as the library lays it out (88 bytes on x86-64). */
+typedef struct kl_polarization_computation_arguments {
+    uint32_t rows;                   /* height of the region */
+    uint32_t columns;                /* width of the region; also the row stride */
+    int32_t polar_phase;             /* Polar_phase of the region's first pixel; any value
+                                        other than 1, 2 and 3 means polar_phase_0 */
+    const uint16_t* input;           /* the raw region */
+    uint32_t bit_depth;              /* 0 to 16 */
+    float input_maximum;             /* 2^bit_depth - 1 */
+    float output_maximum;            /* output_maximum as a float */
+    uint32_t output_maximum_integer; /* output_maximum, zero-extended */
+    float* normalized_stokes;        /* slot 0, or NULL */
+    uint16_t* s0_image;              /* slot 1, or NULL */
+    uint16_t* s1_image;              /* slot 2, or NULL */
+    uint16_t* s2_image;              /* slot 3, or NULL */
+    uint16_t* azimuth_image;         /* slot 4, or NULL */
+    uint16_t* dolp_image;            /* slot 5, or NULL */
+} kl_polarization_computation_arguments;
+
+/* The four calibration matrices of one phase, chosen by the parity of a
+ * pixel's row and column within the region. Each points at 16 floats,
+ * row-major: row 0 weighs S0, row 1 S1, row 2 S2, row 3 is unused; the
+ * columns weigh the own, horizontal, vertical and diagonal pixel. */
+typedef struct kl_calibration_matrices {
+    const float (*even_row_even_column)[16];
+    const float (*even_row_odd_column)[16];
+    const float (*odd_row_even_column)[16];
+    const float (*odd_row_odd_column)[16];
+} kl_calibration_matrices;
+
+/* Types of the functions the companion libraries offer. */
+typedef void* (*kl_ksi_get_log_function)(const char* log_name, const char* log_subname);
+typedef int (*kl_ksi_log_function)(void* log, int priority, const char* source_file, int line,
+                                   const char* function_name, const char* message);
+typedef void (*kl_ksi_free_log_function)(const char* log_name, const char* log_subname);
+typedef int (*kl_vector_avx2_module_initialize_function)(void);
+typedef int (*kl_vector_avx2_transform_function)(const kl_polarization_computation_arguments* arguments,
+                                                 const kl_calibration_matrices* matrices);
+typedef void (*kl_vector_avx2_module_terminate_function)(void);
+
 #endif
