@@ -80,6 +80,7 @@ Angle_matrices random_angle_matrices(std::mt19937& random, bool with_non_finite)
 // The set a processor hands to the kernels of a phase: matrices by row and
 // column parity of the pixel. Points into `matrices`.
 Calibration_matrices matrices_of_phase(const Angle_matrices& matrices, std::int32_t polar_phase);
+Calibration_matrices matrices_of_phase(const Angle_matrices&& matrices, std::int32_t polar_phase) = delete;
 
 // The phase of the region's first pixel, from the sensor phase and the
 // parity of the region's origin (remainders truncated toward zero).
