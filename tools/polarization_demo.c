@@ -58,11 +58,16 @@ static void render_scene(uint16_t* frame)
     }
 }
 
-static int write_pgm(const char* directory, const char* name, const uint16_t* image, unsigned maximum)
+static FILE* create_file(const char* directory, const char* name)
 {
     char path[4096];
     snprintf(path, sizeof path, "%s/%s", directory, name);
-    FILE* file = fopen(path, "wb");
+    return fopen(path, "wb");
+}
+
+static int write_pgm(const char* directory, const char* name, const uint16_t* image, unsigned maximum)
+{
+    FILE* file = create_file(directory, name);
     if (file == NULL)
         return -1;
     fprintf(file, "P5\n%d %d\n%u\n", width, height, maximum);
@@ -75,9 +80,7 @@ static int write_pgm(const char* directory, const char* name, const uint16_t* im
 
 static int write_floats(const char* directory, const char* name, const float* values, size_t count)
 {
-    char path[4096];
-    snprintf(path, sizeof path, "%s/%s", directory, name);
-    FILE* file = fopen(path, "wb");
+    FILE* file = create_file(directory, name);
     if (file == NULL)
         return -1;
     const size_t written = fwrite(values, sizeof *values, count, file);

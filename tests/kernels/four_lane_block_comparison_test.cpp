@@ -22,11 +22,6 @@ using namespace kernel_test_support;
 
 namespace {
 
-#define REQUIRE_SSE41()                                                                                   \
-    ASSERT_TRUE(__builtin_cpu_supports("sse4.1"))                                                         \
-        << "this test exercises the SSE4.1 kernels and must run on a processor with SSE4.1";             \
-    ASSERT_TRUE(cpuid_reports_sse41())
-
 // One randomised frame: everything a kernel depends on.
 struct Frame_case {
     unsigned rows = 0, columns = 0;

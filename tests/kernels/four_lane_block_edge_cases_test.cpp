@@ -25,18 +25,6 @@ using namespace kernel_test_support;
 
 namespace {
 
-#define REQUIRE_SSE41()                                                                                   \
-    ASSERT_TRUE(__builtin_cpu_supports("sse4.1"))                                                         \
-        << "this test exercises the SSE4.1 kernels and must run on a processor with SSE4.1";             \
-    ASSERT_TRUE(cpuid_reports_sse41())
-
-std::uint32_t bits_of(float value)
-{
-    std::uint32_t bits;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
-}
-
 // The polarizer angle over (row, column) for a phase, read off the sensor
 // quartet: top left, top right, bottom left, bottom right.
 int angle_at(std::int32_t phase, unsigned row, unsigned column)

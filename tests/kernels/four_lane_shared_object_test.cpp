@@ -22,18 +22,6 @@ using namespace kernel_test_support;
 
 namespace {
 
-#define REQUIRE_SSE41()                                                                                   \
-    ASSERT_TRUE(__builtin_cpu_supports("sse4.1"))                                                         \
-        << "this test exercises the SSE4.1 kernels and must run on a processor with SSE4.1";             \
-    ASSERT_TRUE(cpuid_reports_sse41())
-
-std::uint32_t bits_of(float value)
-{
-    std::uint32_t bits;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
-}
-
 // The library's own output with its block pixels replaced by the reference.
 Frame_outputs with_reference_blocks(const Frame& frame, const Frame_outputs& actual, std::int32_t phase,
                                     std::uint32_t bit_depth, std::uint16_t output_maximum)

@@ -10,14 +10,14 @@
 
 namespace kernel_test_support {
 
-namespace {
-
 std::uint32_t bits_of(float value)
 {
     std::uint32_t bits;
     std::memcpy(&bits, &value, sizeof bits);
     return bits;
 }
+
+namespace {
 
 float float_of(std::uint32_t bits)
 {

@@ -109,6 +109,15 @@ void copy_block_pixels(const Frame_outputs& source, Frame_outputs& target);
 
 // Is this machine's SSE4.1 flag set, by CPUID leaf 1 ECX bit 19.
 bool cpuid_reports_sse41();
+
+// The SSE4.1 tests fail, rather than skip, on a processor without it.
+#define REQUIRE_SSE41()                                                                                   \
+    ASSERT_TRUE(__builtin_cpu_supports("sse4.1"))                                                         \
+        << "this test exercises the SSE4.1 kernels and must run on a processor with SSE4.1";             \
+    ASSERT_TRUE(kernel_test_support::cpuid_reports_sse41())
+
+// The bits of a single-precision value.
+std::uint32_t bits_of(float value);
 bool cpuid_reports_avx2();
 
 // Number of repetitions of the randomised tests; smaller under sanitizers.
