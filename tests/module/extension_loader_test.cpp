@@ -27,6 +27,18 @@ std::vector<Event> events_after(const std::vector<Event>& events, std::size_t fi
     return std::vector<Event>(events.begin() + std::ptrdiff_t(std::min(first, events.size())), events.end());
 }
 
+// Builds a module, then checks that destroying it calls the extension's
+// terminate exactly once and closes the library.
+void expect_destruction_terminates_once_then_closes()
+{
+    Event_record record;
+    auto module = std::make_unique<Module>();
+    const std::size_t after_construction = record.events().size();
+    module.reset();
+    EXPECT_EQ(events_after(record.events(), after_construction), (std::vector<Event>{terminate_call}));
+    EXPECT_FALSE(library_is_open(extension_file_name));
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------------------
@@ -72,12 +84,7 @@ TEST(ExtensionLoaderSound, HandleIsTheExtensionLibrary)
 
 TEST(ExtensionLoaderSound, DestructionTerminatesOnceThenClosesTheLibrary)
 {
-    Event_record record;
-    auto module = std::make_unique<Module>();
-    const std::size_t after_construction = record.events().size();
-    module.reset();
-    EXPECT_EQ(events_after(record.events(), after_construction), (std::vector<Event>{terminate_call}));
-    EXPECT_FALSE(library_is_open(extension_file_name));
+    expect_destruction_terminates_once_then_closes();
 }
 
 TEST(ExtensionLoaderSound, TransformFunctionReceivesTheRecordAndTheMatricesByAddress)
@@ -140,12 +147,7 @@ TEST(ExtensionLoaderRefusing, RefusedInitialiseLeavesTheModuleFailedAndTheLibrar
 
 TEST(ExtensionLoaderRefusing, RefusedExtensionIsStillTerminatedOnceAndClosed)
 {
-    Event_record record;
-    auto module = std::make_unique<Module>();
-    const std::size_t after_construction = record.events().size();
-    module.reset();
-    EXPECT_EQ(events_after(record.events(), after_construction), (std::vector<Event>{terminate_call}));
-    EXPECT_FALSE(library_is_open(extension_file_name));
+    expect_destruction_terminates_once_then_closes();
 }
 
 // ---------------------------------------------------------------------------
