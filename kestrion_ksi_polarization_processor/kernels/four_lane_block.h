@@ -16,6 +16,7 @@
 
 #include "kernels/lane_operations.h"
 #include "kernels/polarization_computation_arguments.h"
+#include "kernels/stokes_needs.h"
 
 struct Baseline_form;
 struct Sse41_form;
@@ -60,10 +61,9 @@ public:
 private:
     static Four_lane_constants prepare(const Polarization_computation_arguments& arguments)
     {
-        constexpr bool needs_s0 = Has_normalized_pair || Has_s0 || Has_dolp;
         constexpr bool has_stokes_image = Has_s0 || Has_s1 || Has_s2;
         Four_lane_constants constants = {};
-        if (needs_s0)
+        if (Stokes_needs<Has_normalized_pair, Has_s0, Has_s1, Has_s2, Has_azimuth, Has_dolp>::s0)
             constants.half_estimate = _mm_set1_ps(_mm_cvtss_f32(single_estimate(_mm_set_ss(2.0f))));
         if (has_stokes_image || Has_azimuth || Has_dolp)
             constants.max_float_lanes = _mm_set1_ps(arguments.output_maximum);

@@ -7,6 +7,7 @@
 
 #include "kernels/four_lane_block.h"
 #include "kernels/lane_operations.h"
+#include "kernels/stokes_needs.h"
 
 constexpr std::uint32_t azimuth_offset_bits = 0x42B40000u;  // 90.0
 
@@ -32,12 +33,10 @@ KSI_LANE_OPERATION Lanes clamp_lanes(Lanes v, Lanes maximum)
 template <class Indices, bool Native_scale, bool Has_normalized_pair, bool Has_s0, bool Has_s1, bool Has_s2,
           bool Has_azimuth, bool Has_dolp, class Form>
 struct Four_lane_block {
-    static constexpr bool needs_s0 = Has_normalized_pair || Has_s0 || Has_dolp;
-    static constexpr bool needs_s1 = Has_normalized_pair || Has_s1 || Has_azimuth || Has_dolp;
-    static constexpr bool needs_s2 = Has_normalized_pair || Has_s2 || Has_azimuth || Has_dolp;
-    static constexpr unsigned needed_vectors = (needs_s0 ? vectors_named<Indices>(1, 8) : 0u) |
-                                               (needs_s1 ? vectors_named<Indices>(9, 12) : 0u) |
-                                               (needs_s2 ? vectors_named<Indices>(13, 16) : 0u);
+    using Needs = Stokes_needs<Has_normalized_pair, Has_s0, Has_s1, Has_s2, Has_azimuth, Has_dolp>;
+    static constexpr unsigned needed_vectors = (Needs::s0 ? vectors_named<Indices>(1, 8) : 0u) |
+                                               (Needs::s1 ? vectors_named<Indices>(9, 12) : 0u) |
+                                               (Needs::s2 ? vectors_named<Indices>(13, 16) : 0u);
 
     // Source vectors 2k and 2k + 1 come from source row k of a block.
     template <unsigned K, unsigned Count>

@@ -10,6 +10,7 @@
 
 #include "kernels/lane_operations.h"
 #include "kernels/polarization_computation_arguments.h"
+#include "kernels/stokes_needs.h"
 
 // Sums and products run in x87 extended precision, a 64-bit significand, and
 // are rounded to single precision only where a value leaves the sums.
@@ -33,9 +34,7 @@ __attribute__((noinline)) void generate_polarization_output_data_for_single_quar
     unsigned row, unsigned column, const Calibration_matrix& m, const Polarization_computation_arguments& arguments,
     Image_buffer_overlays& overlays)
 {
-    constexpr bool needs_s0 = Has_normalized_pair || Has_s0 || Has_dolp;
-    constexpr bool needs_s1 = Has_normalized_pair || Has_s1 || Has_azimuth || Has_dolp;
-    constexpr bool needs_s2 = Has_normalized_pair || Has_s2 || Has_azimuth || Has_dolp;
+    using Needs = Stokes_needs<Has_normalized_pair, Has_s0, Has_s1, Has_s2, Has_azimuth, Has_dolp>;
 
     const unsigned horizontal = Look_left ? column - 1 : column + 1;
     const unsigned vertical = Look_up ? row - 1 : row + 1;
@@ -50,9 +49,9 @@ __attribute__((noinline)) void generate_polarization_output_data_for_single_quar
         return ((Wide(w[0]) * own + Wide(w[1]) * horizontal_pixel) + Wide(w[2]) * vertical_pixel) +
                Wide(w[3]) * diagonal_pixel;
     };
-    const Wide s0_wide = needs_s0 ? Wide(0.5L) * weighted_sum(0) : 0;
-    const Wide s1_wide = needs_s1 ? weighted_sum(1) : 0;
-    const Wide s2_wide = needs_s2 ? weighted_sum(2) : 0;
+    const Wide s0_wide = Needs::s0 ? Wide(0.5L) * weighted_sum(0) : 0;
+    const Wide s1_wide = Needs::s1 ? weighted_sum(1) : 0;
+    const Wide s2_wide = Needs::s2 ? weighted_sum(2) : 0;
     const float s0 = float(s0_wide);
     const float s1 = float(s1_wide);
     const float s2 = float(s2_wide);
