@@ -91,6 +91,7 @@ run_main_job() {
   echo "Images written to demo_output/ (16-bit PGM and raw float pairs)."
 }
 
+# shellcheck disable=SC2086,SC2116 # the list on one line
 step "Checking the Debian packages for '$mode': $(echo $packages)"
 install_missing_packages
 

@@ -14,6 +14,9 @@
 # build tree; and the extension found beside the installed library with no
 # library path. Tools come from the environment: CMAKE, CPACK, CC, NM,
 # READELF, PKG_CONFIG; SOURCE_DIR is the project, VERSION its version.
+# `condition && pass ... || fail ...`: pass only prints, so fail runs exactly
+# when the condition is false.
+# shellcheck disable=SC2015
 set -euo pipefail
 
 if [[ $# -ne 4 ]]; then
@@ -101,6 +104,7 @@ echo "libdir: ${libdir#"$prefix"/}"
 dynamic=$("$READELF" -d "$real_library")
 [[ $dynamic == *"Library soname: [$soname]"* ]] && pass "SONAME $soname" ||
     fail "SONAME is not $soname: $(grep SONAME <<<"$dynamic")"
+# shellcheck disable=SC2016 # $ORIGIN is literal
 [[ $dynamic == *'Library runpath: [$ORIGIN]'* ]] && pass 'run-path $ORIGIN' ||
     fail "run-path is not \$ORIGIN: $(grep -E 'RPATH|RUNPATH' <<<"$dynamic")"
 "$CMAKE" -DLIBRARY="$real_library" -DNM="$NM" -P "$SOURCE_DIR/tests/core/check_exported_symbols.cmake" ||
