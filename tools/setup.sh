@@ -78,7 +78,7 @@ configure() {
   if command -v ccache >/dev/null 2>&1; then
     launcher="-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache"
   fi
-  step "Configuring in $build_dir/"
+  step "Configuring in $build_dir/${1:+ with $*}"
   # shellcheck disable=SC2086,SC2046 # lists of options
   cmake -S . -B "$build_dir" -DCMAKE_BUILD_TYPE=Release $launcher "$@"
 }
