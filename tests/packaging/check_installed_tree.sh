@@ -12,7 +12,8 @@
 # the tests; the example built against the tree with find_package and with
 # pkg-config, run, and its images compared with those of the demo of the
 # build tree; and the extension found beside the installed library with no
-# library path. Tools come from the environment: CMAKE, CPACK, CC, NM,
+# library path; and the command-line tool's `info`, where it is installed.
+# Tools come from the environment: CMAKE, CPACK, CC, NM,
 # READELF, PKG_CONFIG; SOURCE_DIR is the project, VERSION its version.
 # `condition && pass ... || fail ...`: pass only prints, so fail runs exactly
 # when the condition is false.
@@ -197,6 +198,17 @@ if "$CC" -std=c99 -o "$work_dir/extension_beside_library" "$SOURCE_DIR/tests/pac
     pass "extension check ($([[ $extension_built == 1 ]] && echo "found beside the library" || echo "none built"))"
 else
     fail "extension beside the installed library: $(cat "$work_dir/extension_beside_library.log")"
+fi
+
+# The command-line tool, where it is installed: it finds the library of its
+# own tree with no library path.
+tool=$prefix/bin/ksi-polarization
+if [[ -e $tool ]]; then
+    if "$tool" info >"$work_dir/tool-info.log" 2>&1; then
+        pass "bin/ksi-polarization info"
+    else
+        fail "bin/ksi-polarization info: $(cat "$work_dir/tool-info.log")"
+    fi
 fi
 
 echo "installed files:"
