@@ -69,10 +69,10 @@ void read_samples(std::FILE* file, Raw_sample_format format, Frame& frame, const
 {
     const std::size_t count = frame.pixels.size();
     const std::size_t sample_bytes = format == Raw_sample_format::u8 ? 1 : 2;
-    const std::size_t read = std::fread(frame_bytes(frame), sample_bytes, count, file);
-    if (read != count)
+    const std::size_t read = std::fread(frame_bytes(frame), 1, count * sample_bytes, file);
+    if (read != count * sample_bytes)
         throw Input_error(std::string("truncated ") + what + ": needs " + std::to_string(count * sample_bytes) +
-                          " bytes of samples, has " + std::to_string(read * sample_bytes));
+                          " bytes of samples, has " + std::to_string(read));
     if (format == Raw_sample_format::u8) {
         widen_bytes_in_place(frame);
         return;

@@ -25,7 +25,10 @@ std::filesystem::path library_path()
     if (dladdr(reinterpret_cast<void*>(&kl_polarization_processor_transform), &info) == 0 ||
         info.dli_fname == nullptr)
         return {};
-    return std::filesystem::absolute(info.dli_fname);
+    // The loader reports the path as the run-path spelt it, e.g. bin/../lib.
+    std::error_code error;
+    const std::filesystem::path path = std::filesystem::canonical(info.dli_fname, error);
+    return error ? std::filesystem::absolute(info.dli_fname) : path;
 }
 
 // Where the library's own dlopen of `file_name` led, if the object is in
