@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <tiffio.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <cerrno>
 #include <cstdarg>
@@ -117,6 +118,8 @@ bool encode_png(Png_writer& writer, const Png_image& image)
                  static_cast<png_uint_32>(image.height), image.depth, image.color_type, PNG_INTERLACE_NONE,
                  PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     png_set_compression_level(writer.png, png_compression_level);
+    png_set_compression_strategy(writer.png, Z_RLE);
+    png_set_filter(writer.png, PNG_FILTER_TYPE_BASE, PNG_FILTER_SUB);
     if (image.significant_bits < image.depth) {
         png_color_8 bits{};
         bits.gray = static_cast<png_byte>(image.significant_bits);

@@ -54,7 +54,7 @@ void print_companion(const char* title, const std::filesystem::path& directory, 
     std::error_code error;
     const std::filesystem::path beside = directory / file_name;
     const bool present = std::filesystem::exists(beside, error);
-    std::printf("%-18s %s beside the library (%s)", title, present ? "found" : "not found", beside.c_str());
+    std::printf("%-19s %s beside the library (%s)", title, present ? "found" : "not found", beside.c_str());
     if (loaded)
         std::printf(", loaded from %s", loaded->c_str());
     else
@@ -71,11 +71,11 @@ int run_info()
     const auto logger = loaded_from(logger_file, "ksi_log");
 
     std::printf("ksi-polarization %s\n", KSI_VERSION);
-    std::printf("%-18s %s\n", "library:", library.c_str());
-    std::printf("%-18s SSE4.1 %s, AVX2 %s, AVX-512 F %s, BW %s, DQ %s, VL %s\n", "instruction sets:",
+    std::printf("%-19s %s\n", "library:", library.c_str());
+    std::printf("%-19s SSE4.1 %s, AVX2 %s, AVX-512 F %s, BW %s, DQ %s, VL %s\n", "instruction sets:",
                 yes_no(cpu.sse41), yes_no(cpu.avx2), yes_no(cpu.avx512f), yes_no(cpu.avx512bw), yes_no(cpu.avx512dq),
                 yes_no(cpu.avx512vl));
-    std::printf("%-18s AVX %s, AVX-512 %s\n", "enabled by the OS:", yes_no(cpu.os_saves_avx),
+    std::printf("%-19s AVX %s, AVX-512 %s\n", "enabled by the OS:", yes_no(cpu.os_saves_avx),
                 yes_no(cpu.os_saves_avx512));
     print_companion("AVX2 extension:", library.parent_path(), extension_file, extension);
     print_companion("logging library:", library.parent_path(), logger_file, logger);
@@ -88,7 +88,7 @@ int run_info()
         path = "the AVX2 extension";
     else if (cpu.sse41)
         path = "the library's SSE4.1 kernels";
-    std::printf("%-18s %s\n", "frames computed by:", path);
+    std::printf("%-19s %s\n", "frames computed by:", path);
     return exit_success;
 }
 

@@ -152,5 +152,24 @@ TEST(Info, NamesTheVersionLibraryAndInstructionSets)
     EXPECT_NE(result.out.find("frames computed by: "), std::string::npos) << result.out;
 }
 
+#ifdef KSI_EXTENSION_DOUBLE_FILE
+// Run with the stand-ins' directories on LD_LIBRARY_PATH: the library loads
+// them by name, and info says where they came from.
+TEST(InfoWithCompanions, NamesTheLoadedCompanionsAndTheExtensionPath)
+{
+    Temporary_directory directory;
+    const Run_result result = run_tool({"info"}, directory.path());
+    ASSERT_EQ(result.exit_status, 0) << result.err;
+    EXPECT_NE(result.out.find(std::string("loaded from ") + KSI_EXTENSION_DOUBLE_FILE + "\n"), std::string::npos)
+        << result.out;
+    EXPECT_NE(result.out.find(std::string("loaded from ") + KSI_LOGGER_DOUBLE_FILE + "\n"), std::string::npos)
+        << result.out;
+    const std::string expected_path = cpu_flag("avx2")     ? "the AVX2 extension"
+                                      : cpu_flag("sse4_1") ? "the library's SSE4.1 kernels"
+                                                           : "the library's baseline (SSE2) kernels";
+    EXPECT_NE(result.out.find("frames computed by: " + expected_path + "\n"), std::string::npos) << result.out;
+}
+#endif
+
 }  // namespace
 }  // namespace cli_test
