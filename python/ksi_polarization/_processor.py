@@ -82,7 +82,7 @@ def _integer_in_range(argument: str, value: object, lowest: int, highest: int) -
     return number
 
 
-def _check_frame(frame: object) -> np.ndarray:
+def _check_frame(frame: object) -> None:
     if not isinstance(frame, np.ndarray):
         raise TypeError(f"frame must be a numpy array, not {type(frame).__name__}")
     if frame.dtype.kind != "u" or frame.dtype.itemsize not in (1, 2):
@@ -94,7 +94,6 @@ def _check_frame(frame: object) -> np.ndarray:
         raise ValueError(f"frame must be at least 2x2 pixels, not {height}x{width} (height x width)")
     if height > _INT32_MAX or width > _INT32_MAX:
         raise ValueError(f"frame of {height}x{width} pixels exceeds the library's 32-bit sizes")
-    return frame
 
 
 def _phase_code(phase: object) -> int:
@@ -149,8 +148,9 @@ def _check_out(
             raise TypeError(f"out[{name!r}] must have dtype {dtype}, not {array.dtype}")
         if array.shape != shape:
             raise ValueError(f"out[{name!r}] must have shape {shape}, not {array.shape}")
-        if not (array.flags.c_contiguous and array.flags.aligned and array.flags.writeable):
-            raise ValueError(f"out[{name!r}] must be a C-contiguous, aligned and writeable array")
+        for flag, wording in (("C_CONTIGUOUS", "C-contiguous"), ("ALIGNED", "aligned"), ("WRITEABLE", "writeable")):
+            if not array.flags[flag]:
+                raise ValueError(f"out[{name!r}] is not {wording}: the library writes it in place, row after row")
         if np.may_share_memory(array, frame):
             raise ValueError(f"out[{name!r}] shares memory with frame")
         for other_name, other in checked.items():
@@ -308,9 +308,9 @@ class Processor:
                 :func:`dolp_fraction` turn these images into physical values.
             out: optional preallocated arrays, by output name, for some or
                 all of the requested outputs; each must have the shape and
-                dtype above and be C-contiguous, writeable and apart from
-                the frame and the other outputs. Outputs not given here are
-                allocated.
+                dtype above, be C-contiguous, aligned and writeable, and
+                share no memory with the frame or the other outputs.
+                Outputs not given here are allocated.
 
         Returns:
             A dict from each requested output name to its array (the array

@@ -93,6 +93,9 @@ def wrong_out(case: str, frame: np.ndarray) -> dict:
     elif case == "read only":
         out["aolp"] = np.full((HEIGHT, WIDTH), SENTINEL, dtype=np.uint16)
         out["aolp"].flags.writeable = False
+    elif case == "misaligned":
+        storage = np.full(HEIGHT * WIDTH * 2 + 1, 0x5A, dtype=np.uint8)
+        out["aolp"] = storage[1:].view(np.uint16).reshape(HEIGHT, WIDTH)
     elif case == "not an array":
         out["aolp"] = [[0] * WIDTH] * HEIGHT
     elif case == "not requested":
@@ -109,8 +112,9 @@ OUT_ERRORS = {
     "normalized dtype": (TypeError, r"out\['normalized'\] must have dtype float32, not float64"),
     "shape": (ValueError, r"out\['aolp'\] must have shape \(8, 10\), not \(10, 8\)"),
     "normalized shape": (ValueError, r"out\['normalized'\] must have shape \(8, 10, 2\), not \(8, 10\)"),
-    "not contiguous": (ValueError, r"out\['aolp'\] must be a C-contiguous"),
-    "read only": (ValueError, r"out\['aolp'\] must be a C-contiguous, aligned and writeable"),
+    "not contiguous": (ValueError, r"out\['aolp'\] is not C-contiguous"),
+    "read only": (ValueError, r"out\['aolp'\] is not writeable"),
+    "misaligned": (ValueError, r"out\['aolp'\] is not aligned"),
     "not an array": (TypeError, r"out\['aolp'\] must be a numpy array, not list"),
     "not requested": (ValueError, r"out has 's2', which is not among the requested outputs"),
     "is the frame": (ValueError, r"out\['aolp'\] shares memory with frame"),
