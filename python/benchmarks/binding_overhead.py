@@ -5,7 +5,10 @@ call from C, and through a plain numpy computation of S0, AoLP and DoLP.
 
 --c-timing names the c_transform_timing program (CMake target
 python_binding_c_timing), which times the same transform from C.
-Every figure is the median of the repetitions, in milliseconds.
+Every figure is the median over the repetitions of the processor time the
+process spent in one call, in milliseconds: every call runs on one thread,
+so on an idle machine this is the elapsed time, and on a busy one it leaves
+out the time other processes took.
 """
 
 from __future__ import annotations
@@ -27,9 +30,9 @@ def median_milliseconds(action: Callable[[], object], repetitions: int) -> float
     action()
     times = []
     for _ in range(repetitions):
-        start = time.perf_counter()
+        start = time.process_time()
         action()
-        times.append((time.perf_counter() - start) * 1e3)
+        times.append((time.process_time() - start) * 1e3)
     return statistics.median(times)
 
 
