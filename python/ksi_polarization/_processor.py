@@ -114,7 +114,10 @@ def _origin(origin: object) -> Tuple[int, int]:
 
 
 def _output_names(outputs: Union[str, Iterable[str]]) -> Tuple[str, ...]:
-    requested = (outputs,) if isinstance(outputs, str) else tuple(outputs)
+    try:
+        requested = (outputs,) if isinstance(outputs, str) else tuple(outputs)
+    except TypeError:
+        raise TypeError(f"outputs must be an output name or an iterable of names, not {outputs!r}") from None
     for name in requested:
         if name not in _SLOT:
             raise ValueError(f"outputs has {name!r}, which is none of {', '.join(OUTPUT_NAMES)}")
@@ -150,7 +153,7 @@ def _check_out(
             raise ValueError(f"out[{name!r}] must have shape {shape}, not {array.shape}")
         for flag, wording in (("C_CONTIGUOUS", "C-contiguous"), ("ALIGNED", "aligned"), ("WRITEABLE", "writeable")):
             if not array.flags[flag]:
-                raise ValueError(f"out[{name!r}] is not {wording}: the library writes it in place, row after row")
+                raise ValueError(f"out[{name!r}] is not {wording}")
         if np.may_share_memory(array, frame):
             raise ValueError(f"out[{name!r}] shares memory with frame")
         for other_name, other in checked.items():
@@ -318,7 +321,8 @@ class Processor:
 
         Raises:
             TypeError: frame or an ``out`` array has the wrong type, dtype or
-                number of dimensions; an integer argument is no integer.
+                number of dimensions; an integer argument is no integer;
+                outputs is neither a name nor an iterable.
             ValueError: frame is smaller than 2x2; phase, bit_depth,
                 output_maximum, origin, outputs or an ``out`` array's shape or
                 layout is wrong; the processor is closed.

@@ -64,6 +64,7 @@ ARGUMENT_ERRORS = {
     "origin float": (dict(origin=(0, 1.5)), TypeError, r"origin y must be an integer, not float 1.5"),
     "unknown output": (dict(outputs=("s0", "azimuth")), ValueError, r"outputs has 'azimuth', which is none of normalized, s0"),
     "no output": (dict(outputs=()), ValueError, r"outputs is empty"),
+    "outputs number": (dict(outputs=3), TypeError, r"outputs must be an output name or an iterable of names, not 3"),
 }
 
 
