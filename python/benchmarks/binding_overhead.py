@@ -24,6 +24,7 @@ import numpy as np
 import ksi_polarization as ksp
 
 HEIGHT, WIDTH, BIT_DEPTH, OUTPUT_MAXIMUM = 2048, 2448, 12, 65535
+SMALL = 2
 
 
 def median_milliseconds(action: Callable[[], object], repetitions: int) -> float:
@@ -34,6 +35,11 @@ def median_milliseconds(action: Callable[[], object], repetitions: int) -> float
         action()
         times.append((time.process_time() - start) * 1e3)
     return statistics.median(times)
+
+
+def c_milliseconds(program: str, width: int, height: int, repetitions: int) -> float:
+    command = [program, str(width), str(height), str(BIT_DEPTH), str(OUTPUT_MAXIMUM), str(repetitions)]
+    return float(subprocess.run(command, check=True, capture_output=True, text=True).stdout)
 
 
 def numpy_s0_aolp_dolp(frame: np.ndarray) -> Dict[str, np.ndarray]:
@@ -97,14 +103,23 @@ def main() -> None:
         rows.append(("Python, s0 aolp dolp, new arrays", median_milliseconds(
             lambda: processor.transform(frame, **common), repetitions)))
     if arguments.c_timing:
-        output = subprocess.run(
-            [arguments.c_timing, str(WIDTH), str(HEIGHT), str(BIT_DEPTH), str(OUTPUT_MAXIMUM), str(repetitions)],
-            check=True, capture_output=True, text=True).stdout
-        rows.append(("C, all six outputs, preallocated", float(output)))
+        rows.append(("C, all six outputs, preallocated", c_milliseconds(arguments.c_timing, WIDTH, HEIGHT, repetitions)))
     rows.append(("numpy, s0 aolp dolp", median_milliseconds(lambda: numpy_s0_aolp_dolp(frame), repetitions)))
-
     for label, milliseconds in rows:
         print(f"{label:42s} {milliseconds:8.2f} ms  {HEIGHT * WIDTH / milliseconds / 1e3:7.1f} Mpixel/s")
+
+    # The fixed cost of a call shows on the smallest frame the library takes.
+    small = frame[:SMALL, :SMALL].copy()
+    small_rows = []
+    with ksp.Processor() as processor:
+        small_out = processor.transform(small, outputs=ksp.OUTPUT_NAMES, **common)
+        small_rows.append(("Python, all six outputs, preallocated out=", median_milliseconds(
+            lambda: processor.transform(small, outputs=ksp.OUTPUT_NAMES, out=small_out, **common), 100 * repetitions)))
+    if arguments.c_timing:
+        small_rows.append(("C, all six outputs, preallocated",
+                           c_milliseconds(arguments.c_timing, SMALL, SMALL, 100 * repetitions)))
+    for label, milliseconds in small_rows:
+        print(f"{SMALL}x{SMALL} frame: {label:42s} {milliseconds * 1e3:8.1f} us")
 
     # The check that numpy computes the same quantities leaves out every
     # fourth column, which the library's SSE4.1 form copies from its left

@@ -66,7 +66,7 @@ int main(int argc, char** argv)
         }
     }
     qsort(milliseconds, (size_t)repetitions, sizeof *milliseconds, compare_doubles);
-    printf("%.3f\n", milliseconds[repetitions / 2]);
+    printf("%.6f\n", milliseconds[repetitions / 2]);
 
     kl_polarization_processor_destroy_polarization_processor(processor);
     kl_polarization_processor_module_terminate();
