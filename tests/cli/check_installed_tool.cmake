@@ -1,6 +1,6 @@
 # Installs the build into PREFIX and runs the installed tool's `info` with no
 # library path set: it must load the library installed beside it, not the
-# one in the build tree.
+# one in the build tree (the path `info` names is the versioned file).
 file(REMOVE_RECURSE ${PREFIX})
 execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${PREFIX}
   RESULT_VARIABLE result OUTPUT_QUIET)
@@ -13,7 +13,7 @@ execute_process(COMMAND ${PREFIX}/${BINDIR}/ksi-polarization info
 if(NOT result EQUAL 0)
   message(FATAL_ERROR "the installed ksi-polarization info failed (${result}): ${errors}")
 endif()
-string(FIND "${output}" "${PREFIX}/${LIBDIR}/libkestrion_ksi_polarization_processor.so\n" found)
+string(FIND "${output}" "${PREFIX}/${LIBDIR}/libkestrion_ksi_polarization_processor.so" found)
 if(found EQUAL -1)
   message(FATAL_ERROR "the installed tool did not load the installed library:\n${output}")
 endif()
