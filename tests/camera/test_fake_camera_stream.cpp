@@ -1,0 +1,352 @@
+// The streaming engine against Aravis's in-process simulated camera: each
+// frame the camera delivers is a synthetic mosaic written by the test, and
+// every transformed frame must equal the library's own transform of it.
+#include <gtest/gtest.h>
+
+#include <arv.h>
+
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <thread>
+
+#include <kestrion_ksi_polarization_processor.h>
+#include <kestrion_ksi_polarization_processor.hpp>
+
+#include "camera.hpp"
+#include "stream_engine.hpp"
+
+namespace {
+
+namespace kp = kestrion::polarization;
+using namespace ksi::camera;
+
+// The mosaics the simulated camera delivered, in delivery order.
+struct Delivered_mosaics {
+    std::mutex mutex;
+    std::vector<std::vector<std::uint16_t>> frames;
+    unsigned bits = 16;
+    ArvFakeCamera* camera = nullptr;
+};
+
+std::uint16_t synthetic_pixel(std::size_t frame, std::size_t index, unsigned bits)
+{
+    std::uint64_t x = (frame + 1) * 0x9e3779b97f4a7c15ull ^ (index + 1) * 0xbf58476d1ce4e5b9ull;
+    x ^= x >> 31;
+    x *= 0x94d049bb133111ebull;
+    x ^= x >> 29;
+    return static_cast<std::uint16_t>(x & ((1u << bits) - 1));
+}
+
+void fill_with_mosaic(ArvBuffer* buffer, void* mosaics_pointer, guint32, guint32, ArvPixelFormat format)
+{
+    auto& mosaics = *static_cast<Delivered_mosaics*>(mosaics_pointer);
+    const std::size_t pixels =
+        static_cast<std::size_t>(arv_buffer_get_image_width(buffer)) * arv_buffer_get_image_height(buffer);
+    // The buffer reports its size only once filled; the stream allocated
+    // it at the camera's payload size.
+    const std::size_t size = arv_fake_camera_get_payload(mosaics.camera);
+    auto* data = static_cast<std::uint8_t*>(const_cast<void*>(arv_buffer_get_data(buffer, nullptr)));
+    std::lock_guard<std::mutex> lock(mosaics.mutex);
+    std::vector<std::uint16_t> mosaic(pixels);
+    for (std::size_t i = 0; i < pixels; ++i)
+        mosaic[i] = synthetic_pixel(mosaics.frames.size(), i, mosaics.bits);
+    if (format == ARV_PIXEL_FORMAT_MONO_8) {
+        ASSERT_GE(size, pixels);
+        for (std::size_t i = 0; i < pixels; ++i)
+            data[i] = static_cast<std::uint8_t>(mosaic[i]);
+    } else {
+        ASSERT_GE(size, 2 * pixels);
+        std::memcpy(data, mosaic.data(), 2 * pixels);
+    }
+    mosaics.frames.push_back(std::move(mosaic));
+}
+
+struct Recorded_frame {
+    std::vector<float> normalized;
+    std::vector<std::uint16_t> s0, s1, s2, azimuth, dolp;
+};
+
+template <class Element>
+std::vector<Element> copy_of(const kp::Image_view<Element>& view, std::size_t elements_per_pixel = 1)
+{
+    if (view.data == nullptr)
+        return {};
+    return std::vector<Element>(view.data, view.data + elements_per_pixel * view.width * view.height);
+}
+
+class FakeCameraStream : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        include_simulated_cameras();
+        camera_ = std::make_unique<Camera>("Fake_1");
+        ArvFakeCamera* fake = arv_fake_device_get_fake_camera(ARV_FAKE_DEVICE(arv_camera_get_device(camera_->handle())));
+        mosaics_.camera = fake;
+        arv_fake_camera_set_fill_pattern(fake, fill_with_mosaic, &mosaics_);
+        camera_->set_frame_rate(100);
+    }
+
+    void TearDown() override
+    {
+        ArvFakeCamera* fake = arv_fake_device_get_fake_camera(ARV_FAKE_DEVICE(arv_camera_get_device(camera_->handle())));
+        arv_fake_camera_set_fill_pattern(fake, nullptr, nullptr);
+        camera_.reset();
+    }
+
+    Stream_summary stream(const Pixel_format& format, const Stream_settings& settings)
+    {
+        mosaics_.bits = format.bit_depth;
+        const Frame_consumer record = [this](const Transformed_frame& frame) {
+            Recorded_frame copy{copy_of(frame.outputs.normalized, 2), copy_of(frame.outputs.s0),
+                                copy_of(frame.outputs.s1),             copy_of(frame.outputs.s2),
+                                copy_of(frame.outputs.azimuth),        copy_of(frame.outputs.dolp)};
+            std::lock_guard<std::mutex> lock(recorded_mutex_);
+            recorded_[frame.number] = std::move(copy);
+        };
+        return run_stream(*camera_, format, settings, processor_, record, never_stop_);
+    }
+
+    // The library's transform of delivered frame `number` through the C
+    // interface, with the given origin.
+    Recorded_frame direct_transform(std::uint64_t number, const Region& region, int origin_x, int origin_y,
+                                    kp::Phase phase, unsigned bit_depth, const Output_slots& slots)
+    {
+        const std::size_t pixels = static_cast<std::size_t>(region.width) * region.height;
+        Recorded_frame expected;
+        auto make = [pixels](bool present, std::vector<std::uint16_t>& image) {
+            if (present)
+                image.assign(pixels, 0);
+            return present ? image.data() : nullptr;
+        };
+        if (slots.normalized)
+            expected.normalized.assign(2 * pixels, 0);
+        std::uint16_t* s0 = make(slots.s0, expected.s0);
+        std::uint16_t* s1 = make(slots.s1, expected.s1);
+        std::uint16_t* s2 = make(slots.s2, expected.s2);
+        std::uint16_t* azimuth = make(slots.azimuth, expected.azimuth);
+        std::uint16_t* dolp = make(slots.dolp, expected.dolp);
+        std::lock_guard<std::mutex> lock(mosaics_.mutex);
+        EXPECT_LT(number, mosaics_.frames.size());
+        EXPECT_EQ(kl_polarization_processor_transform(
+                      processor_.handle(), static_cast<std::int32_t>(phase), mosaics_.frames.at(number).data(),
+                      origin_x, origin_y, region.width, region.height, bit_depth, 65535,
+                      slots.normalized ? expected.normalized.data() : nullptr, s0, s1, s2, azimuth, dolp),
+                  status_success);
+        return expected;
+    }
+
+    void expect_recorded_equal_direct(const Stream_summary& summary, kp::Phase phase, int origin_x, int origin_y,
+                                      const Output_slots& slots)
+    {
+        ASSERT_EQ(recorded_.size(), summary.transformed);
+        for (const auto& [number, frame] : recorded_) {
+            const Recorded_frame expected =
+                direct_transform(number, summary.region, origin_x, origin_y, phase, summary.bit_depth, slots);
+            ASSERT_EQ(frame.normalized.size(), expected.normalized.size());
+            EXPECT_EQ(0, std::memcmp(frame.normalized.data(), expected.normalized.data(),
+                                     frame.normalized.size() * sizeof(float)))
+                << "normalized of frame " << number;
+            EXPECT_EQ(frame.s0, expected.s0) << "s0 of frame " << number;
+            EXPECT_EQ(frame.s1, expected.s1) << "s1 of frame " << number;
+            EXPECT_EQ(frame.s2, expected.s2) << "s2 of frame " << number;
+            EXPECT_EQ(frame.azimuth, expected.azimuth) << "azimuth of frame " << number;
+            EXPECT_EQ(frame.dolp, expected.dolp) << "dolp of frame " << number;
+        }
+    }
+
+    kp::Module module_;
+    kp::Processor processor_;
+    std::unique_ptr<Camera> camera_;
+    Delivered_mosaics mosaics_;
+    std::mutex recorded_mutex_;
+    std::map<std::uint64_t, Recorded_frame> recorded_;
+    std::atomic<bool> never_stop_{false};
+};
+
+void expect_counts(const Stream_summary& summary, std::uint64_t frames)
+{
+    EXPECT_EQ(summary.transformed, frames);
+    EXPECT_EQ(summary.received, frames + summary.dropped_busy);
+    EXPECT_EQ(summary.lost_upstream, 0u);
+    EXPECT_EQ(summary.stop_reason, "frame limit");
+    EXPECT_FALSE(summary.failure);
+}
+
+TEST_F(FakeCameraStream, EveryFrameOfMono16EqualsTheDirectTransform)
+{
+    camera_->set_region({0, 0, 64, 48});
+    const Pixel_format format = camera_->select_pixel_format(std::string("Mono16"));
+    Stream_settings settings;
+    settings.phase = kp::Phase::degrees_45;
+    settings.outputs = {true, true, true, true, true, true};
+    settings.frame_limit = 12;
+    settings.threads = 2;
+    const Stream_summary summary = stream(format, settings);
+    expect_counts(summary, 12);
+    EXPECT_EQ(summary.bit_depth, 16u);
+    EXPECT_EQ(summary.pixel_format, "Mono16");
+    expect_recorded_equal_direct(summary, settings.phase, 0, 0, settings.outputs);
+}
+
+TEST_F(FakeCameraStream, Mono8FramesTakeBitDepth8)
+{
+    camera_->set_region({0, 0, 40, 30});
+    const Pixel_format format = camera_->select_pixel_format(std::string("Mono8"));
+    Stream_settings settings;
+    settings.phase = kp::Phase::degrees_135;
+    settings.outputs.s0 = settings.outputs.azimuth = settings.outputs.dolp = true;
+    settings.frame_limit = 6;
+    const Stream_summary summary = stream(format, settings);
+    expect_counts(summary, 6);
+    EXPECT_EQ(summary.bit_depth, 8u);
+    expect_recorded_equal_direct(summary, settings.phase, 0, 0, settings.outputs);
+}
+
+TEST_F(FakeCameraStream, RegionAtOddOffsetRebasesThePhase)
+{
+    camera_->set_region({3, 5, 66, 50});
+    const Pixel_format format = camera_->select_pixel_format(std::string("Mono16"));
+    Stream_settings settings;
+    settings.phase = kp::Phase::degrees_90;
+    settings.outputs.s1 = settings.outputs.azimuth = settings.outputs.dolp = true;
+    settings.frame_limit = 5;
+    settings.threads = 2;
+    const Stream_summary summary = stream(format, settings);
+    expect_counts(summary, 5);
+    EXPECT_EQ(summary.origin_x, 3);
+    EXPECT_EQ(summary.origin_y, 5);
+    expect_recorded_equal_direct(summary, settings.phase, 3, 5, settings.outputs);
+    // The offset matters: the same frames at origin 0,0 come out otherwise.
+    const auto& [number, frame] = *recorded_.begin();
+    EXPECT_NE(frame.azimuth,
+              direct_transform(number, summary.region, 0, 0, settings.phase, 16, settings.outputs).azimuth);
+}
+
+TEST_F(FakeCameraStream, OriginOptionOverridesTheOffset)
+{
+    camera_->set_region({3, 5, 66, 50});
+    const Pixel_format format = camera_->select_pixel_format(std::string("Mono16"));
+    Stream_settings settings;
+    settings.phase = kp::Phase::degrees_0;
+    settings.origin = std::pair{0, 0};
+    settings.outputs.s1 = settings.outputs.azimuth = true;
+    settings.frame_limit = 4;
+    const Stream_summary summary = stream(format, settings);
+    expect_counts(summary, 4);
+    EXPECT_EQ(summary.origin_x, 0);
+    expect_recorded_equal_direct(summary, settings.phase, 0, 0, settings.outputs);
+}
+
+TEST_F(FakeCameraStream, BitDepthOptionOverridesTheFormat)
+{
+    camera_->set_region({0, 0, 32, 32});
+    const Pixel_format format = camera_->select_pixel_format(std::string("Mono16"));
+    Stream_settings settings;
+    settings.bit_depth = 12;
+    settings.outputs.s0 = settings.outputs.dolp = true;
+    settings.frame_limit = 3;
+    mosaics_.bits = 12;
+    const Stream_summary summary = stream(format, settings);
+    expect_counts(summary, 3);
+    EXPECT_EQ(summary.bit_depth, 12u);
+}
+
+TEST_F(FakeCameraStream, StopRequestEndsTheStreamCleanly)
+{
+    camera_->set_region({0, 0, 32, 32});
+    const Pixel_format format = camera_->select_pixel_format(std::string("Mono16"));
+    Stream_settings settings;
+    settings.outputs.s0 = true;
+    std::atomic<bool> stop{false};
+    std::thread interrupter([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(400));
+        stop = true;
+    });
+    const Stream_summary summary = run_stream(*camera_, format, settings, processor_, {}, stop);
+    interrupter.join();
+    EXPECT_EQ(summary.stop_reason, "interrupted");
+    EXPECT_FALSE(summary.failure);
+    EXPECT_GT(summary.transformed, 0u);
+}
+
+// Frames that are not what the stream was set up for never count as
+// received: set up for Mono8, the camera then switched to Mono16.
+TEST_F(FakeCameraStream, NoExpectedFrameWithinTheTimeoutIsAFailure)
+{
+    camera_->set_region({0, 0, 32, 32});
+    const Pixel_format format = camera_->select_pixel_format(std::string("Mono8"));
+    camera_->select_pixel_format(std::string("Mono16"));
+    Stream_settings settings;
+    settings.outputs.s0 = true;
+    settings.no_frame_timeout_seconds = 0.5;
+    const Stream_summary summary = stream(format, settings);
+    ASSERT_TRUE(summary.failure);
+    EXPECT_EQ(*summary.failure, "no complete frame from camera 'Fake_1' within 0.5 s");
+    EXPECT_EQ(summary.received, 0u);
+    EXPECT_EQ(summary.transformed, 0u);
+    EXPECT_GT(summary.lost_upstream, 0u);
+}
+
+TEST_F(FakeCameraStream, ConsumerFailureStopsTheStream)
+{
+    camera_->set_region({0, 0, 32, 32});
+    const Pixel_format format = camera_->select_pixel_format(std::string("Mono16"));
+    Stream_settings settings;
+    settings.outputs.s0 = true;
+    const Frame_consumer failing = [](const Transformed_frame&) { throw std::runtime_error("disk full"); };
+    const Stream_summary summary = run_stream(*camera_, format, settings, processor_, failing, never_stop_);
+    ASSERT_TRUE(summary.failure);
+    EXPECT_EQ(*summary.failure, "disk full");
+}
+
+TEST_F(FakeCameraStream, PixelFormatChoice)
+{
+    // The simulated camera offers Mono8 and Mono16 among its formats.
+    EXPECT_STREQ(camera_->select_pixel_format(std::string("Mono8")).name, "Mono8");
+    EXPECT_STREQ(camera_->select_pixel_format(std::nullopt).name, "Mono8");  // kept as delivered
+    arv_camera_set_pixel_format_from_string(camera_->handle(), "RGB8", nullptr);
+    EXPECT_STREQ(camera_->select_pixel_format(std::nullopt).name, "Mono16");  // the deepest one offered
+    try {
+        camera_->select_pixel_format(std::string("Mono12p"));
+        ADD_FAILURE() << "Mono12p was accepted";
+    } catch (const Camera_error& error) {
+        EXPECT_EQ(std::string(error.what()),
+                  "camera 'Fake_1' does not offer Mono12p (it offers BayerBG8, BayerGB8, BayerGR8, BayerRG8, Mono8, "
+                  "RGB8, Mono16)");
+    }
+    try {
+        camera_->select_pixel_format(std::string("RGB8"));
+        ADD_FAILURE() << "RGB8 was accepted";
+    } catch (const Camera_error& error) {
+        EXPECT_EQ(std::string(error.what()),
+                  "pixel format 'RGB8' is not one this tool unpacks (Mono16, Mono12, Mono12Packed, Mono12p, Mono10, "
+                  "Mono8)");
+    }
+}
+
+TEST(CameraAccess, UnknownIdIsNamed)
+{
+    include_simulated_cameras();
+    try {
+        Camera camera("No_such_camera");
+        FAIL() << "a camera was opened";
+    } catch (const Camera_error& error) {
+        EXPECT_EQ(std::string(error.what()).rfind("no camera with id 'No_such_camera'", 0), 0u) << error.what();
+    }
+}
+
+TEST(CameraAccess, ListIncludesTheSimulatedCamera)
+{
+    include_simulated_cameras();
+    bool found = false;
+    for (const Camera_description& camera : list_cameras())
+        if (camera.id == "Fake_1") {
+            found = true;
+            EXPECT_EQ(camera.interface_name, "Fake");
+            EXPECT_EQ(camera.model, "Fake");
+        }
+    EXPECT_TRUE(found);
+}
+
+}  // namespace
