@@ -82,23 +82,24 @@ const std::vector<std::uint8_t>& Frame_processor::picture(Output output) const
     return output == Output::aolp_color ? aolp_color_ : dolp_color_;
 }
 
-void Frame_processor::paint_pictures(std::size_t pixels)
+void Frame_processor::paint_pictures(std::size_t pixels, Output_set outputs)
 {
-    if (settings_.outputs.contains(Output::aolp_color)) {
+    if (outputs.contains(Output::aolp_color)) {
         aolp_color_.resize(3 * pixels);
         paint_aolp_color(azimuth_.data(), dolp_.data(), pixels, settings_.output_maximum, aolp_color_.data());
     }
-    if (settings_.outputs.contains(Output::dolp_color)) {
+    if (outputs.contains(Output::dolp_color)) {
         dolp_color_.resize(3 * pixels);
         paint_dolp_color(dolp_.data(), pixels, settings_.output_maximum, dolp_color_.data());
     }
 }
 
-std::vector<std::filesystem::path> Frame_processor::write_outputs(const Frame& frame, const std::string& stem)
+std::vector<std::filesystem::path> Frame_processor::write_outputs(const Frame& frame, const std::string& stem,
+                                                                 Output_set outputs)
 {
     std::vector<Staged_file> staged;
     for (Output output : every_output) {
-        if (!settings_.outputs.contains(output))
+        if (!outputs.contains(output))
             continue;
         staged.emplace_back(output_path(settings_.directory, stem, output, settings_.format));
         Staged_file& file = staged.back();
@@ -126,6 +127,13 @@ std::vector<std::filesystem::path> Frame_processor::write_outputs(const Frame& f
     return written;
 }
 
+std::vector<std::filesystem::path> Frame_processor::write(const Frame& frame, const std::string& stem,
+                                                          Output_set outputs)
+{
+    paint_pictures(frame.pixels.size(), outputs);
+    return write_outputs(frame, stem, outputs);
+}
+
 std::vector<std::filesystem::path> Frame_processor::process(const Frame& frame, const std::string& stem,
                                                             Stage_times& times)
 {
@@ -133,10 +141,10 @@ std::vector<std::filesystem::path> Frame_processor::process(const Frame& frame, 
     transform(frame);
     times.transform += seconds_since(start);
     start = Clock::now();
-    paint_pictures(frame.pixels.size());
+    paint_pictures(frame.pixels.size(), settings_.outputs);
     times.pictures += seconds_since(start);
     start = Clock::now();
-    auto written = write_outputs(frame, stem);
+    auto written = write_outputs(frame, stem, settings_.outputs);
     times.encode += seconds_since(start);
     return written;
 }

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-namespace ksi::camera {
+namespace ksi_cli {
 
 namespace {
 
@@ -157,4 +157,4 @@ Pixel_format Camera::select_pixel_format(const std::optional<std::string>& reque
                        offered_list() + "; it unpacks " + unpacked_format_names() + ")");
 }
 
-}  // namespace ksi::camera
+}  // namespace ksi_cli

@@ -14,7 +14,7 @@
 
 typedef struct _ArvCamera ArvCamera;
 
-namespace ksi::camera {
+namespace ksi_cli {
 
 class Camera_error : public std::runtime_error {
 public:
@@ -68,6 +68,6 @@ private:
     ArvCamera* camera_ = nullptr;
 };
 
-}  // namespace ksi::camera
+}  // namespace ksi_cli
 
 #endif

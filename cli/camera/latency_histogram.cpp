@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-namespace ksi::camera {
+namespace ksi_cli {
 
 unsigned Latency_histogram::bin_of(std::uint64_t microseconds)
 {
@@ -45,4 +45,4 @@ double Latency_histogram::median() const
     return static_cast<double>(maximum_);
 }
 
-}  // namespace ksi::camera
+}  // namespace ksi_cli

@@ -6,7 +6,7 @@
 #include <array>
 #include <cstdint>
 
-namespace ksi::camera {
+namespace ksi_cli {
 
 class Latency_histogram {
 public:
@@ -30,6 +30,6 @@ private:
     std::uint64_t maximum_ = 0;
 };
 
-}  // namespace ksi::camera
+}  // namespace ksi_cli
 
 #endif

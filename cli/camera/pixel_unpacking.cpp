@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-namespace ksi::camera {
+namespace ksi_cli {
 
 const Pixel_format unpacked_formats[6] = {
     {Pixel_encoding::mono16, "Mono16", 0x01100007u, 16},
@@ -104,4 +104,4 @@ void unpack(Pixel_encoding encoding, const std::uint8_t* source, std::size_t pix
     }
 }
 
-}  // namespace ksi::camera
+}  // namespace ksi_cli

@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-namespace ksi::camera {
+namespace ksi_cli {
 
 enum class Pixel_encoding {
     mono8,          // one byte per pixel
@@ -43,6 +43,6 @@ std::size_t packed_size(Pixel_encoding encoding, std::size_t pixel_count);
 void unpack(Pixel_encoding encoding, const std::uint8_t* source, std::size_t pixel_count,
             std::uint16_t* destination);
 
-}  // namespace ksi::camera
+}  // namespace ksi_cli
 
 #endif

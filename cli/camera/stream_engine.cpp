@@ -14,7 +14,7 @@
 
 #include "latency_histogram.hpp"
 
-namespace ksi::camera {
+namespace ksi_cli {
 
 namespace kp = kestrion::polarization;
 using Clock = std::chrono::steady_clock;
@@ -65,38 +65,14 @@ double thread_cpu_seconds()
     return static_cast<double>(now.tv_sec) + now.tv_nsec * 1e-9;
 }
 
-// One frame's worth of memory, allocated before acquisition starts.
+// One camera frame, unpacked; allocated before acquisition starts.
 struct Frame_slot {
-    std::vector<std::uint16_t> frame;
-    std::vector<float> normalized;
-    std::vector<std::uint16_t> s0, s1, s2, azimuth, dolp;
-    kp::Output_views outputs;
+    Frame frame;
     // Set by the receiving thread for the worker.
     ArvBuffer* camera_buffer = nullptr;
     std::uint64_t number = 0;
     Clock::time_point arrival;
 };
-
-void allocate(Frame_slot& slot, const Output_slots& wanted, int width, int height)
-{
-    const std::size_t pixels = static_cast<std::size_t>(width) * height;
-    slot.frame.resize(pixels);
-    auto view = [&](bool present, std::vector<std::uint16_t>& image) {
-        if (!present)
-            return kp::Image_view<std::uint16_t>{};
-        image.resize(pixels);
-        return kp::Image_view<std::uint16_t>{image.data(), width, height};
-    };
-    if (wanted.normalized) {
-        slot.normalized.resize(2 * pixels);
-        slot.outputs.normalized = {slot.normalized.data(), width, height};
-    }
-    slot.outputs.s0 = view(wanted.s0, slot.s0);
-    slot.outputs.s1 = view(wanted.s1, slot.s1);
-    slot.outputs.s2 = view(wanted.s2, slot.s2);
-    slot.outputs.azimuth = view(wanted.azimuth, slot.azimuth);
-    slot.outputs.dolp = view(wanted.dolp, slot.dolp);
-}
 
 // A bounded queue of slots over storage reserved once; it never holds more
 // than the number of slots, so pushes never block.
@@ -236,7 +212,8 @@ public:
     {
         summary_.region = camera.region();
         summary_.pixel_format = format.name;
-        summary_.bit_depth = settings.bit_depth.value_or(format.bit_depth);
+        summary_.bit_depth = settings.frame.bit_depth >= 0 ? static_cast<unsigned>(settings.frame.bit_depth)
+                                                           : format.bit_depth;
         summary_.origin_x = settings.origin ? settings.origin->first : summary_.region.x;
         summary_.origin_y = settings.origin ? settings.origin->second : summary_.region.y;
         if (summary_.region.width < 2 || summary_.region.height < 2)
@@ -244,8 +221,9 @@ public:
                                "x" + std::to_string(summary_.region.height) +
                                " frames; the transform needs at least 2x2");
         pixel_count_ = static_cast<std::size_t>(summary_.region.width) * summary_.region.height;
-        parameters_ = {settings.phase, summary_.origin_x, summary_.origin_y, summary_.bit_depth,
-                       settings.output_maximum};
+        frame_settings_ = settings.frame;
+        frame_settings_.origin_x = summary_.origin_x;
+        frame_settings_.origin_y = summary_.origin_y;
     }
 
     Stream_summary run()
@@ -256,7 +234,10 @@ public:
         Slot_queue free_slots(slot_count);
         Slot_queue work(slot_count);
         for (Frame_slot& slot : slots) {
-            allocate(slot, settings_.outputs, summary_.region.width, summary_.region.height);
+            slot.frame.pixels.resize(pixel_count_);
+            slot.frame.width = summary_.region.width;
+            slot.frame.height = summary_.region.height;
+            slot.frame.bit_depth = summary_.bit_depth;
             free_slots.push(&slot);
         }
 
@@ -405,31 +386,31 @@ private:
 
     void transform_frames(Slot_queue& work, Slot_queue& free_slots, ArvStream* stream)
     {
+        Frame_processor outputs(processor_, frame_settings_);
         while (Frame_slot* slot = work.pop()) {
             std::size_t size = 0;
             const auto* pixels = static_cast<const std::uint8_t*>(arv_buffer_get_image_data(slot->camera_buffer,
                                                                                              &size));
-            unpack(format_.encoding, pixels, pixel_count_, slot->frame.data());
+            unpack(format_.encoding, pixels, pixel_count_, slot->frame.pixels.data());
             arv_stream_push_buffer(stream, slot->camera_buffer);
             slot->camera_buffer = nullptr;
             // After a failure the remaining frames only give their camera
             // buffers back.
             if (!statistics_.failed())
-                transform(*slot);
+                transform(*slot, outputs);
             free_slots.push(slot);
         }
     }
 
-    void transform(const Frame_slot& slot)
+    void transform(const Frame_slot& slot, Frame_processor& outputs)
     {
-        const kp::Frame_view frame{slot.frame.data(), summary_.region.width, summary_.region.height};
         try {
             const double cpu_before = thread_cpu_seconds();
-            processor_.transform(frame, parameters_, slot.outputs);
+            outputs.transform(slot.frame);
             const double cpu_after = thread_cpu_seconds();
             statistics_.add(Clock::now() - slot.arrival, cpu_after - cpu_before);
             if (consumer_)
-                consumer_({slot.number, frame, slot.outputs});
+                consumer_({slot.number, slot.frame, outputs});
         } catch (const std::exception& failure) {
             statistics_.fail(failure.what());
         }
@@ -456,7 +437,7 @@ private:
     Stream_summary summary_;
     Stream_statistics statistics_;
     std::size_t pixel_count_ = 0;
-    kp::Transform_parameters parameters_;
+    Frame_settings frame_settings_;
 };
 
 }  // namespace
@@ -468,4 +449,4 @@ Stream_summary run_stream(Camera& camera, const Pixel_format& format, const Stre
     return Stream_run(camera, format, settings, processor, consumer, stop_requested).run();
 }
 
-}  // namespace ksi::camera
+}  // namespace ksi_cli

@@ -1,11 +1,12 @@
 // The live stream: frames from an Aravis camera, transformed by a pool of
 // threads that share one processor handle.
 //
-// Every buffer is allocated before acquisition starts: a fixed set of frame
-// slots (a 16-bit frame and the requested outputs each) and the buffers
-// lent to Aravis. A camera buffer goes back to Aravis as soon as its pixels
-// are unpacked into a slot; when every slot is busy the frame is dropped at
-// once, so the camera never waits on the transforms.
+// The buffers are a fixed set: frame slots (one 16-bit frame each) and the
+// buffers lent to Aravis, allocated before acquisition starts, and each
+// worker's outputs, sized by its first frame and reused after. A camera
+// buffer goes back to Aravis as soon as its pixels are unpacked into a
+// slot; when every slot is busy the frame is dropped at once, so the camera
+// never waits on the transforms.
 #ifndef KSI_CAMERA_STREAM_ENGINE_HPP
 #define KSI_CAMERA_STREAM_ENGINE_HPP
 
@@ -18,28 +19,19 @@
 #include <kestrion_ksi_polarization_processor.hpp>
 
 #include "camera.hpp"
+#include "frame_processing.h"
 #include "pixel_unpacking.hpp"
 
-namespace ksi::camera {
-
-// Which of the library's six outputs each frame gets.
-struct Output_slots {
-    bool normalized = false;
-    bool s0 = false;
-    bool s1 = false;
-    bool s2 = false;
-    bool azimuth = false;
-    bool dolp = false;
-};
+namespace ksi_cli {
 
 struct Stream_settings {
-    kestrion::polarization::Phase phase = kestrion::polarization::Phase::degrees_0;
+    // Phase, bit depth (-1: that of the pixel format), output maximum and
+    // the outputs every frame gets. Its origin is replaced by `origin`
+    // below or the camera's offsets.
+    Frame_settings frame;
     // Sensor position of the region's first pixel; by default the camera's
     // OffsetX and OffsetY.
     std::optional<std::pair<int, int>> origin;
-    std::optional<unsigned> bit_depth;  // by default that of the pixel format
-    std::uint16_t output_maximum = 65535;
-    Output_slots outputs;
     std::uint64_t frame_limit = 0;  // stop after this many transformed frames; 0: no limit
     double seconds_limit = 0;       // stop after this many seconds; 0: no limit
     unsigned threads = 1;
@@ -50,8 +42,10 @@ struct Stream_settings {
 
 struct Transformed_frame {
     std::uint64_t number;  // count of intact frames received before this one
-    const kestrion::polarization::Frame_view& frame;
-    const kestrion::polarization::Output_views& outputs;
+    const Frame& frame;
+    // Holds the outputs of this frame until the consumer returns; its
+    // write() records them.
+    Frame_processor& outputs;
 };
 
 // Called on the transforming thread for every transformed frame, before its
@@ -95,6 +89,6 @@ Stream_summary run_stream(Camera& camera, const Pixel_format& format, const Stre
                           const kestrion::polarization::Processor& processor, const Frame_consumer& consumer,
                           const std::atomic<bool>& stop_requested);
 
-}  // namespace ksi::camera
+}  // namespace ksi_cli
 
 #endif

@@ -6,6 +6,8 @@
 #include <arv.h>
 
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -14,12 +16,14 @@
 #include <kestrion_ksi_polarization_processor.hpp>
 
 #include "camera.hpp"
+#include "image_reading.h"
 #include "stream_engine.hpp"
+#include "stream_outputs.hpp"
 
 namespace {
 
 namespace kp = kestrion::polarization;
-using namespace ksi::camera;
+using namespace ksi_cli;
 
 // The mosaics the simulated camera delivered, in delivery order.
 struct Delivered_mosaics {
@@ -67,14 +71,6 @@ struct Recorded_frame {
     std::vector<std::uint16_t> s0, s1, s2, azimuth, dolp;
 };
 
-template <class Element>
-std::vector<Element> copy_of(const kp::Image_view<Element>& view, std::size_t elements_per_pixel = 1)
-{
-    if (view.data == nullptr)
-        return {};
-    return std::vector<Element>(view.data, view.data + elements_per_pixel * view.width * view.height);
-}
-
 class FakeCameraStream : public testing::Test {
 protected:
     void SetUp() override
@@ -98,9 +94,10 @@ protected:
     {
         mosaics_.bits = format.bit_depth;
         const Frame_consumer record = [this](const Transformed_frame& frame) {
-            Recorded_frame copy{copy_of(frame.outputs.normalized, 2), copy_of(frame.outputs.s0),
-                                copy_of(frame.outputs.s1),             copy_of(frame.outputs.s2),
-                                copy_of(frame.outputs.azimuth),        copy_of(frame.outputs.dolp)};
+            const Frame_processor& outputs = frame.outputs;
+            Recorded_frame copy{outputs.normalized(),         outputs.image(Output::s0),
+                                outputs.image(Output::s1),    outputs.image(Output::s2),
+                                outputs.image(Output::aolp),  outputs.image(Output::dolp)};
             std::lock_guard<std::mutex> lock(recorded_mutex_);
             recorded_[frame.number] = std::move(copy);
         };
@@ -110,7 +107,7 @@ protected:
     // The library's transform of delivered frame `number` through the C
     // interface, with the given origin.
     Recorded_frame direct_transform(std::uint64_t number, const Region& region, int origin_x, int origin_y,
-                                    kp::Phase phase, unsigned bit_depth, const Output_slots& slots)
+                                    kp::Phase phase, unsigned bit_depth, Output_set slots)
     {
         const std::size_t pixels = static_cast<std::size_t>(region.width) * region.height;
         Recorded_frame expected;
@@ -119,25 +116,25 @@ protected:
                 image.assign(pixels, 0);
             return present ? image.data() : nullptr;
         };
-        if (slots.normalized)
+        if (slots.contains(Output::normalized))
             expected.normalized.assign(2 * pixels, 0);
-        std::uint16_t* s0 = make(slots.s0, expected.s0);
-        std::uint16_t* s1 = make(slots.s1, expected.s1);
-        std::uint16_t* s2 = make(slots.s2, expected.s2);
-        std::uint16_t* azimuth = make(slots.azimuth, expected.azimuth);
-        std::uint16_t* dolp = make(slots.dolp, expected.dolp);
+        std::uint16_t* s0 = make(slots.contains(Output::s0), expected.s0);
+        std::uint16_t* s1 = make(slots.contains(Output::s1), expected.s1);
+        std::uint16_t* s2 = make(slots.contains(Output::s2), expected.s2);
+        std::uint16_t* azimuth = make(slots.contains(Output::aolp), expected.azimuth);
+        std::uint16_t* dolp = make(slots.contains(Output::dolp), expected.dolp);
         std::lock_guard<std::mutex> lock(mosaics_.mutex);
         EXPECT_LT(number, mosaics_.frames.size());
         EXPECT_EQ(kl_polarization_processor_transform(
                       processor_.handle(), static_cast<std::int32_t>(phase), mosaics_.frames.at(number).data(),
                       origin_x, origin_y, region.width, region.height, bit_depth, 65535,
-                      slots.normalized ? expected.normalized.data() : nullptr, s0, s1, s2, azimuth, dolp),
+                      slots.contains(Output::normalized) ? expected.normalized.data() : nullptr, s0, s1, s2, azimuth, dolp),
                   status_success);
         return expected;
     }
 
     void expect_recorded_equal_direct(const Stream_summary& summary, kp::Phase phase, int origin_x, int origin_y,
-                                      const Output_slots& slots)
+                                      Output_set slots)
     {
         ASSERT_EQ(recorded_.size(), summary.transformed);
         for (const auto& [number, frame] : recorded_) {
@@ -178,15 +175,15 @@ TEST_F(FakeCameraStream, EveryFrameOfMono16EqualsTheDirectTransform)
     camera_->set_region({0, 0, 64, 48});
     const Pixel_format format = camera_->select_pixel_format(std::string("Mono16"));
     Stream_settings settings;
-    settings.phase = kp::Phase::degrees_45;
-    settings.outputs = {true, true, true, true, true, true};
+    settings.frame.phase = kp::Phase::degrees_45;
+    settings.frame.outputs = Output_set::of({Output::normalized, Output::s0, Output::s1, Output::s2, Output::aolp, Output::dolp});
     settings.frame_limit = 12;
     settings.threads = 2;
     const Stream_summary summary = stream(format, settings);
     expect_counts(summary, 12);
     EXPECT_EQ(summary.bit_depth, 16u);
     EXPECT_EQ(summary.pixel_format, "Mono16");
-    expect_recorded_equal_direct(summary, settings.phase, 0, 0, settings.outputs);
+    expect_recorded_equal_direct(summary, settings.frame.phase, 0, 0, settings.frame.outputs);
 }
 
 TEST_F(FakeCameraStream, Mono8FramesTakeBitDepth8)
@@ -194,13 +191,13 @@ TEST_F(FakeCameraStream, Mono8FramesTakeBitDepth8)
     camera_->set_region({0, 0, 40, 30});
     const Pixel_format format = camera_->select_pixel_format(std::string("Mono8"));
     Stream_settings settings;
-    settings.phase = kp::Phase::degrees_135;
-    settings.outputs.s0 = settings.outputs.azimuth = settings.outputs.dolp = true;
+    settings.frame.phase = kp::Phase::degrees_135;
+    settings.frame.outputs = Output_set::of({Output::s0, Output::aolp, Output::dolp});
     settings.frame_limit = 6;
     const Stream_summary summary = stream(format, settings);
     expect_counts(summary, 6);
     EXPECT_EQ(summary.bit_depth, 8u);
-    expect_recorded_equal_direct(summary, settings.phase, 0, 0, settings.outputs);
+    expect_recorded_equal_direct(summary, settings.frame.phase, 0, 0, settings.frame.outputs);
 }
 
 TEST_F(FakeCameraStream, RegionAtOddOffsetRebasesThePhase)
@@ -208,19 +205,19 @@ TEST_F(FakeCameraStream, RegionAtOddOffsetRebasesThePhase)
     camera_->set_region({3, 5, 66, 50});
     const Pixel_format format = camera_->select_pixel_format(std::string("Mono16"));
     Stream_settings settings;
-    settings.phase = kp::Phase::degrees_90;
-    settings.outputs.s1 = settings.outputs.azimuth = settings.outputs.dolp = true;
+    settings.frame.phase = kp::Phase::degrees_90;
+    settings.frame.outputs = Output_set::of({Output::s1, Output::aolp, Output::dolp});
     settings.frame_limit = 5;
     settings.threads = 2;
     const Stream_summary summary = stream(format, settings);
     expect_counts(summary, 5);
     EXPECT_EQ(summary.origin_x, 3);
     EXPECT_EQ(summary.origin_y, 5);
-    expect_recorded_equal_direct(summary, settings.phase, 3, 5, settings.outputs);
+    expect_recorded_equal_direct(summary, settings.frame.phase, 3, 5, settings.frame.outputs);
     // The offset matters: the same frames at origin 0,0 come out otherwise.
     const auto& [number, frame] = *recorded_.begin();
     EXPECT_NE(frame.azimuth,
-              direct_transform(number, summary.region, 0, 0, settings.phase, 16, settings.outputs).azimuth);
+              direct_transform(number, summary.region, 0, 0, settings.frame.phase, 16, settings.frame.outputs).azimuth);
 }
 
 TEST_F(FakeCameraStream, OriginOptionOverridesTheOffset)
@@ -228,14 +225,14 @@ TEST_F(FakeCameraStream, OriginOptionOverridesTheOffset)
     camera_->set_region({3, 5, 66, 50});
     const Pixel_format format = camera_->select_pixel_format(std::string("Mono16"));
     Stream_settings settings;
-    settings.phase = kp::Phase::degrees_0;
+    settings.frame.phase = kp::Phase::degrees_0;
     settings.origin = std::pair{0, 0};
-    settings.outputs.s1 = settings.outputs.azimuth = true;
+    settings.frame.outputs = Output_set::of({Output::s1, Output::aolp});
     settings.frame_limit = 4;
     const Stream_summary summary = stream(format, settings);
     expect_counts(summary, 4);
     EXPECT_EQ(summary.origin_x, 0);
-    expect_recorded_equal_direct(summary, settings.phase, 0, 0, settings.outputs);
+    expect_recorded_equal_direct(summary, settings.frame.phase, 0, 0, settings.frame.outputs);
 }
 
 TEST_F(FakeCameraStream, BitDepthOptionOverridesTheFormat)
@@ -243,8 +240,8 @@ TEST_F(FakeCameraStream, BitDepthOptionOverridesTheFormat)
     camera_->set_region({0, 0, 32, 32});
     const Pixel_format format = camera_->select_pixel_format(std::string("Mono16"));
     Stream_settings settings;
-    settings.bit_depth = 12;
-    settings.outputs.s0 = settings.outputs.dolp = true;
+    settings.frame.bit_depth = 12;
+    settings.frame.outputs = Output_set::of({Output::s0, Output::dolp});
     settings.frame_limit = 3;
     mosaics_.bits = 12;
     const Stream_summary summary = stream(format, settings);
@@ -257,7 +254,7 @@ TEST_F(FakeCameraStream, StopRequestEndsTheStreamCleanly)
     camera_->set_region({0, 0, 32, 32});
     const Pixel_format format = camera_->select_pixel_format(std::string("Mono16"));
     Stream_settings settings;
-    settings.outputs.s0 = true;
+    settings.frame.outputs = Output_set::of({Output::s0});
     std::atomic<bool> stop{false};
     std::thread interrupter([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(400));
@@ -278,7 +275,7 @@ TEST_F(FakeCameraStream, NoExpectedFrameWithinTheTimeoutIsAFailure)
     const Pixel_format format = camera_->select_pixel_format(std::string("Mono8"));
     camera_->select_pixel_format(std::string("Mono16"));
     Stream_settings settings;
-    settings.outputs.s0 = true;
+    settings.frame.outputs = Output_set::of({Output::s0});
     settings.no_frame_timeout_seconds = 0.5;
     const Stream_summary summary = stream(format, settings);
     ASSERT_TRUE(summary.failure);
@@ -293,7 +290,7 @@ TEST_F(FakeCameraStream, ConsumerFailureStopsTheStream)
     camera_->set_region({0, 0, 32, 32});
     const Pixel_format format = camera_->select_pixel_format(std::string("Mono16"));
     Stream_settings settings;
-    settings.outputs.s0 = true;
+    settings.frame.outputs = Output_set::of({Output::s0});
     const Frame_consumer failing = [](const Transformed_frame&) { throw std::runtime_error("disk full"); };
     const Stream_summary summary = run_stream(*camera_, format, settings, processor_, failing, never_stop_);
     ASSERT_TRUE(summary.failure);
@@ -323,6 +320,60 @@ TEST_F(FakeCameraStream, PixelFormatChoice)
                   "pixel format 'RGB8' is not one this tool unpacks (Mono16, Mono12, Mono12Packed, Mono12p, Mono10, "
                   "Mono8)");
     }
+}
+
+// The files the stream command writes: every second frame recorded with
+// the tool's writers, read back with its reader, equal to the direct
+// transform; a preview picture under its final name and nothing else.
+TEST_F(FakeCameraStream, RecordedFilesEqualTheDirectTransform)
+{
+    const std::filesystem::path directory =
+        std::filesystem::temp_directory_path() / ("ksi_stream_record_" + std::to_string(getpid()));
+    std::filesystem::remove_all(directory);
+    std::filesystem::create_directories(directory);
+    camera_->set_region({1, 0, 50, 40});
+    const Pixel_format format = camera_->select_pixel_format(std::string("Mono16"));
+    const Output_set recorded = Output_set::of({Output::s0, Output::aolp, Output::dolp});
+    const std::filesystem::path preview = directory / "preview.png";
+    Stream_outputs outputs(Recording{directory, 2, recorded}, preview, 65535);
+    Stream_settings settings;
+    settings.frame.phase = kp::Phase::degrees_45;
+    settings.frame = outputs.frame_settings(settings.frame);
+    settings.frame_limit = 8;
+    settings.threads = 2;
+    mosaics_.bits = 16;
+    const Stream_summary summary = run_stream(*camera_, format, settings, processor_, std::ref(outputs), never_stop_);
+    expect_counts(summary, 8);
+
+    std::size_t files = 0, frames_checked = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(directory))
+        files += entry.is_regular_file();
+    EXPECT_TRUE(std::filesystem::exists(preview));
+    for (std::uint64_t number = 0; number < summary.received; ++number) {
+        const std::string stem = Stream_outputs::stem(number);
+        const std::filesystem::path s0_file = directory / (stem + "_s0.png");
+        if (number % 2 != 0) {
+            EXPECT_FALSE(std::filesystem::exists(s0_file)) << s0_file;
+            continue;
+        }
+        if (!std::filesystem::exists(s0_file))
+            continue;  // dropped while every buffer was busy
+        const Recorded_frame expected =
+            direct_transform(number, summary.region, 1, 0, settings.frame.phase, 16, recorded);
+        Frame read;
+        read_frame(s0_file, std::nullopt, read);
+        EXPECT_EQ(read.pixels, expected.s0) << s0_file;
+        read_frame(directory / (stem + "_aolp.png"), std::nullopt, read);
+        EXPECT_EQ(read.pixels, expected.azimuth) << stem;
+        read_frame(directory / (stem + "_dolp.png"), std::nullopt, read);
+        EXPECT_EQ(read.pixels, expected.dolp) << stem;
+        ++frames_checked;
+    }
+    // Frames 0, 2, 4, 6 unless one was dropped; three files each, and the preview.
+    EXPECT_GE(frames_checked, summary.received / 2 - summary.dropped_busy);
+    EXPECT_GT(frames_checked, 0u);
+    EXPECT_EQ(files, 3 * frames_checked + 1);
+    std::filesystem::remove_all(directory);
 }
 
 TEST(CameraAccess, UnknownIdIsNamed)

@@ -9,7 +9,7 @@
 
 namespace {
 
-using ksi::camera::Pixel_encoding;
+using ksi_cli::Pixel_encoding;
 
 std::vector<std::uint16_t> random_pixels(std::size_t count, unsigned bits, unsigned seed)
 {
@@ -68,9 +68,9 @@ std::vector<std::uint8_t> little_endian_words(const std::vector<std::uint16_t>& 
 std::vector<std::uint16_t> unpacked(Pixel_encoding encoding, const std::vector<std::uint8_t>& bytes,
                                     std::size_t count)
 {
-    EXPECT_EQ(ksi::camera::packed_size(encoding, count), bytes.size());
+    EXPECT_EQ(ksi_cli::packed_size(encoding, count), bytes.size());
     std::vector<std::uint16_t> pixels(count, 0xdead);
-    ksi::camera::unpack(encoding, bytes.data(), count, pixels.data());
+    ksi_cli::unpack(encoding, bytes.data(), count, pixels.data());
     return pixels;
 }
 
@@ -121,16 +121,16 @@ INSTANTIATE_TEST_SUITE_P(Counts, PackedFormats, testing::Values(1, 2, 3, 7, 64, 
 
 TEST(PixelFormats, NamesAndCodes)
 {
-    const auto mono12p = ksi::camera::pixel_format_by_name("Mono12p");
+    const auto mono12p = ksi_cli::pixel_format_by_name("Mono12p");
     ASSERT_TRUE(mono12p);
     EXPECT_EQ(mono12p->code, 0x010c0047u);
     EXPECT_EQ(mono12p->bit_depth, 12u);
-    const auto mono10 = ksi::camera::pixel_format_by_code(0x01100003u);
+    const auto mono10 = ksi_cli::pixel_format_by_code(0x01100003u);
     ASSERT_TRUE(mono10);
     EXPECT_STREQ(mono10->name, "Mono10");
     EXPECT_EQ(mono10->bit_depth, 10u);
-    EXPECT_FALSE(ksi::camera::pixel_format_by_name("Mono14"));
-    EXPECT_FALSE(ksi::camera::pixel_format_by_code(0x010c0004u));  // Mono10Packed
+    EXPECT_FALSE(ksi_cli::pixel_format_by_name("Mono14"));
+    EXPECT_FALSE(ksi_cli::pixel_format_by_code(0x010c0004u));  // Mono10Packed
 }
 
 }  // namespace
