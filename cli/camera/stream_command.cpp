@@ -139,7 +139,8 @@ Region parse_region(const std::string& text)
     char end = 0;
     if (std::sscanf(text.c_str(), "%d,%d,%d,%d%c", &x, &y, &width, &height, &end) != 4 || x < 0 || y < 0 ||
         width < 2 || height < 2)
-        throw CLI::ValidationError("--region", "'" + text + "' is not X,Y,WIDTH,HEIGHT (offsets 0 or more, sizes 2 or more)");
+        throw CLI::ValidationError("--region", "'" + text +
+                                                   "' is not X,Y,WIDTH,HEIGHT (offsets 0 or more, sizes 2 or more)");
     return {x, y, width, height};
 }
 

@@ -77,17 +77,37 @@ protected:
     {
         include_simulated_cameras();
         camera_ = std::make_unique<Camera>("Fake_1");
-        ArvFakeCamera* fake = arv_fake_device_get_fake_camera(ARV_FAKE_DEVICE(arv_camera_get_device(camera_->handle())));
-        mosaics_.camera = fake;
-        arv_fake_camera_set_fill_pattern(fake, fill_with_mosaic, &mosaics_);
+        mosaics_.camera = fake_camera();
+        arv_fake_camera_set_fill_pattern(fake_camera(), fill_with_mosaic, &mosaics_);
         camera_->set_frame_rate(100);
     }
 
     void TearDown() override
     {
-        ArvFakeCamera* fake = arv_fake_device_get_fake_camera(ARV_FAKE_DEVICE(arv_camera_get_device(camera_->handle())));
-        arv_fake_camera_set_fill_pattern(fake, nullptr, nullptr);
+        arv_fake_camera_set_fill_pattern(fake_camera(), nullptr, nullptr);
         camera_.reset();
+    }
+
+    ArvFakeCamera* fake_camera() const
+    {
+        return arv_fake_device_get_fake_camera(ARV_FAKE_DEVICE(arv_camera_get_device(camera_->handle())));
+    }
+
+    Pixel_format set_up_camera(const Region& region, const char* pixel_format)
+    {
+        camera_->set_region(region);
+        return camera_->select_pixel_format(std::string(pixel_format));
+    }
+
+    static Stream_settings settings_of(kp::Phase phase, const std::vector<Output>& outputs, std::uint64_t frames,
+                                       unsigned threads = 1)
+    {
+        Stream_settings settings;
+        settings.frame.phase = phase;
+        settings.frame.outputs = Output_set::of(outputs);
+        settings.frame_limit = frames;
+        settings.threads = threads;
+        return settings;
     }
 
     Stream_summary stream(const Pixel_format& format, const Stream_settings& settings)
@@ -128,7 +148,8 @@ protected:
         EXPECT_EQ(kl_polarization_processor_transform(
                       processor_.handle(), static_cast<std::int32_t>(phase), mosaics_.frames.at(number).data(),
                       origin_x, origin_y, region.width, region.height, bit_depth, 65535,
-                      slots.contains(Output::normalized) ? expected.normalized.data() : nullptr, s0, s1, s2, azimuth, dolp),
+                      slots.contains(Output::normalized) ? expected.normalized.data() : nullptr, s0, s1, s2,
+                      azimuth, dolp),
                   status_success);
         return expected;
     }
@@ -172,13 +193,10 @@ void expect_counts(const Stream_summary& summary, std::uint64_t frames)
 
 TEST_F(FakeCameraStream, EveryFrameOfMono16EqualsTheDirectTransform)
 {
-    camera_->set_region({0, 0, 64, 48});
-    const Pixel_format format = camera_->select_pixel_format(std::string("Mono16"));
-    Stream_settings settings;
-    settings.frame.phase = kp::Phase::degrees_45;
-    settings.frame.outputs = Output_set::of({Output::normalized, Output::s0, Output::s1, Output::s2, Output::aolp, Output::dolp});
-    settings.frame_limit = 12;
-    settings.threads = 2;
+    const Pixel_format format = set_up_camera({0, 0, 64, 48}, "Mono16");
+    const Stream_settings settings = settings_of(
+        kp::Phase::degrees_45, {Output::normalized, Output::s0, Output::s1, Output::s2, Output::aolp, Output::dolp}, 12,
+        2);
     const Stream_summary summary = stream(format, settings);
     expect_counts(summary, 12);
     EXPECT_EQ(summary.bit_depth, 16u);
@@ -188,12 +206,8 @@ TEST_F(FakeCameraStream, EveryFrameOfMono16EqualsTheDirectTransform)
 
 TEST_F(FakeCameraStream, Mono8FramesTakeBitDepth8)
 {
-    camera_->set_region({0, 0, 40, 30});
-    const Pixel_format format = camera_->select_pixel_format(std::string("Mono8"));
-    Stream_settings settings;
-    settings.frame.phase = kp::Phase::degrees_135;
-    settings.frame.outputs = Output_set::of({Output::s0, Output::aolp, Output::dolp});
-    settings.frame_limit = 6;
+    const Pixel_format format = set_up_camera({0, 0, 40, 30}, "Mono8");
+    const Stream_settings settings = settings_of(kp::Phase::degrees_135, {Output::s0, Output::aolp, Output::dolp}, 6);
     const Stream_summary summary = stream(format, settings);
     expect_counts(summary, 6);
     EXPECT_EQ(summary.bit_depth, 8u);
@@ -202,13 +216,9 @@ TEST_F(FakeCameraStream, Mono8FramesTakeBitDepth8)
 
 TEST_F(FakeCameraStream, RegionAtOddOffsetRebasesThePhase)
 {
-    camera_->set_region({3, 5, 66, 50});
-    const Pixel_format format = camera_->select_pixel_format(std::string("Mono16"));
-    Stream_settings settings;
-    settings.frame.phase = kp::Phase::degrees_90;
-    settings.frame.outputs = Output_set::of({Output::s1, Output::aolp, Output::dolp});
-    settings.frame_limit = 5;
-    settings.threads = 2;
+    const Pixel_format format = set_up_camera({3, 5, 66, 50}, "Mono16");
+    const Stream_settings settings =
+        settings_of(kp::Phase::degrees_90, {Output::s1, Output::aolp, Output::dolp}, 5, 2);
     const Stream_summary summary = stream(format, settings);
     expect_counts(summary, 5);
     EXPECT_EQ(summary.origin_x, 3);
@@ -222,13 +232,9 @@ TEST_F(FakeCameraStream, RegionAtOddOffsetRebasesThePhase)
 
 TEST_F(FakeCameraStream, OriginOptionOverridesTheOffset)
 {
-    camera_->set_region({3, 5, 66, 50});
-    const Pixel_format format = camera_->select_pixel_format(std::string("Mono16"));
-    Stream_settings settings;
-    settings.frame.phase = kp::Phase::degrees_0;
+    const Pixel_format format = set_up_camera({3, 5, 66, 50}, "Mono16");
+    Stream_settings settings = settings_of(kp::Phase::degrees_0, {Output::s1, Output::aolp}, 4);
     settings.origin = std::pair{0, 0};
-    settings.frame.outputs = Output_set::of({Output::s1, Output::aolp});
-    settings.frame_limit = 4;
     const Stream_summary summary = stream(format, settings);
     expect_counts(summary, 4);
     EXPECT_EQ(summary.origin_x, 0);
@@ -237,24 +243,19 @@ TEST_F(FakeCameraStream, OriginOptionOverridesTheOffset)
 
 TEST_F(FakeCameraStream, BitDepthOptionOverridesTheFormat)
 {
-    camera_->set_region({0, 0, 32, 32});
-    const Pixel_format format = camera_->select_pixel_format(std::string("Mono16"));
-    Stream_settings settings;
+    const Pixel_format format = set_up_camera({0, 0, 32, 32}, "Mono16");
+    Stream_settings settings = settings_of(kp::Phase::degrees_45, {Output::s0, Output::dolp}, 3);
     settings.frame.bit_depth = 12;
-    settings.frame.outputs = Output_set::of({Output::s0, Output::dolp});
-    settings.frame_limit = 3;
-    mosaics_.bits = 12;
     const Stream_summary summary = stream(format, settings);
     expect_counts(summary, 3);
     EXPECT_EQ(summary.bit_depth, 12u);
+    expect_recorded_equal_direct(summary, settings.frame.phase, 0, 0, settings.frame.outputs);
 }
 
 TEST_F(FakeCameraStream, StopRequestEndsTheStreamCleanly)
 {
-    camera_->set_region({0, 0, 32, 32});
-    const Pixel_format format = camera_->select_pixel_format(std::string("Mono16"));
-    Stream_settings settings;
-    settings.frame.outputs = Output_set::of({Output::s0});
+    const Pixel_format format = set_up_camera({0, 0, 32, 32}, "Mono16");
+    const Stream_settings settings = settings_of(kp::Phase::degrees_0, {Output::s0}, 0);
     std::atomic<bool> stop{false};
     std::thread interrupter([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(400));
@@ -271,11 +272,9 @@ TEST_F(FakeCameraStream, StopRequestEndsTheStreamCleanly)
 // received: set up for Mono8, the camera then switched to Mono16.
 TEST_F(FakeCameraStream, NoExpectedFrameWithinTheTimeoutIsAFailure)
 {
-    camera_->set_region({0, 0, 32, 32});
-    const Pixel_format format = camera_->select_pixel_format(std::string("Mono8"));
+    const Pixel_format format = set_up_camera({0, 0, 32, 32}, "Mono8");
     camera_->select_pixel_format(std::string("Mono16"));
-    Stream_settings settings;
-    settings.frame.outputs = Output_set::of({Output::s0});
+    Stream_settings settings = settings_of(kp::Phase::degrees_0, {Output::s0}, 0);
     settings.no_frame_timeout_seconds = 0.5;
     const Stream_summary summary = stream(format, settings);
     ASSERT_TRUE(summary.failure);
@@ -287,10 +286,8 @@ TEST_F(FakeCameraStream, NoExpectedFrameWithinTheTimeoutIsAFailure)
 
 TEST_F(FakeCameraStream, ConsumerFailureStopsTheStream)
 {
-    camera_->set_region({0, 0, 32, 32});
-    const Pixel_format format = camera_->select_pixel_format(std::string("Mono16"));
-    Stream_settings settings;
-    settings.frame.outputs = Output_set::of({Output::s0});
+    const Pixel_format format = set_up_camera({0, 0, 32, 32}, "Mono16");
+    const Stream_settings settings = settings_of(kp::Phase::degrees_0, {Output::s0}, 0);
     const Frame_consumer failing = [](const Transformed_frame&) { throw std::runtime_error("disk full"); };
     const Stream_summary summary = run_stream(*camera_, format, settings, processor_, failing, never_stop_);
     ASSERT_TRUE(summary.failure);
@@ -336,13 +333,11 @@ TEST_F(FakeCameraStream, RecordedFilesEqualTheDirectTransform)
     const Output_set recorded = Output_set::of({Output::s0, Output::aolp, Output::dolp});
     const std::filesystem::path preview = directory / "preview.png";
     Stream_outputs outputs(Recording{directory, 2, recorded}, preview, 65535);
-    Stream_settings settings;
-    settings.frame.phase = kp::Phase::degrees_45;
+    Stream_settings settings = settings_of(kp::Phase::degrees_45, {}, 8, 2);
     settings.frame = outputs.frame_settings(settings.frame);
-    settings.frame_limit = 8;
-    settings.threads = 2;
     mosaics_.bits = 16;
-    const Stream_summary summary = run_stream(*camera_, format, settings, processor_, std::ref(outputs), never_stop_);
+    const Stream_summary summary =
+        run_stream(*camera_, format, settings, processor_, std::ref(outputs), never_stop_);
     expect_counts(summary, 8);
 
     std::size_t files = 0, frames_checked = 0;

@@ -77,7 +77,8 @@ std::vector<std::uint16_t> unpacked(Pixel_encoding encoding, const std::vector<s
 TEST(PixelUnpacking, Mono12PackedHandWorked)
 {
     // 0xABC, 0x123: AB, then 3 (second's low nibble) over C (first's), then 12.
-    EXPECT_EQ(unpacked(Pixel_encoding::mono12_packed, {0xAB, 0x3C, 0x12}, 2), (std::vector<std::uint16_t>{0xABC, 0x123}));
+    EXPECT_EQ(unpacked(Pixel_encoding::mono12_packed, {0xAB, 0x3C, 0x12}, 2),
+              (std::vector<std::uint16_t>{0xABC, 0x123}));
 }
 
 TEST(PixelUnpacking, Mono12pHandWorked)
