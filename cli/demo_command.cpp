@@ -1,6 +1,5 @@
 // ksi-polarization demo: renders the synthetic scene, saves it as a 12-bit
 // PNG that `process` reads back, and writes every output of it.
-#include <chrono>
 #include <cstdio>
 #include <memory>
 
@@ -55,7 +54,7 @@ int run_demo(const std::filesystem::path& directory)
     const std::vector<std::filesystem::path> written = frame_processor.process(scene, stem, times);
 
     std::printf("Rendered a %dx%d %d-bit mosaic of polarizers at phase 0 and computed all outputs "
-                "(transform %.1f ms):\n",
+                "(transform: %.1f ms of processor time):\n",
                 scene.width, scene.height, demo_scene_bit_depth, times.transform * 1e3);
     std::printf("  %-45s the raw mosaic; `ksi-polarization process --phase 0` reads it\n", input.final_path().c_str());
     std::size_t line = 0;

@@ -1,6 +1,7 @@
 #include "frame_processing.h"
 
-#include <chrono>
+#include <time.h>
+
 #include <utility>
 
 #include "color_pictures.h"
@@ -10,10 +11,6 @@ namespace ksi_cli {
 namespace {
 
 namespace kp = kestrion::polarization;
-
-using Clock = std::chrono::steady_clock;
-
-double seconds_since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
 
 // Sizes the buffer when wanted (reusing its storage), and views it; an
 // unwanted output gets a null view and is not computed.
@@ -27,6 +24,13 @@ kp::Image_view<Element> view(bool wanted, std::vector<Element>& buffer, const Fr
 }
 
 }  // namespace
+
+double thread_cpu_seconds()
+{
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return now.tv_sec + now.tv_nsec * 1e-9;
+}
 
 Stage_times& Stage_times::operator+=(const Stage_times& other)
 {
@@ -137,15 +141,15 @@ std::vector<std::filesystem::path> Frame_processor::write(const Frame& frame, co
 std::vector<std::filesystem::path> Frame_processor::process(const Frame& frame, const std::string& stem,
                                                             Stage_times& times)
 {
-    auto start = Clock::now();
+    double start = thread_cpu_seconds();
     transform(frame);
-    times.transform += seconds_since(start);
-    start = Clock::now();
+    times.transform += thread_cpu_seconds() - start;
+    start = thread_cpu_seconds();
     paint_pictures(frame.pixels.size(), settings_.outputs);
-    times.pictures += seconds_since(start);
-    start = Clock::now();
+    times.pictures += thread_cpu_seconds() - start;
+    start = thread_cpu_seconds();
     auto written = write_outputs(frame, stem, settings_.outputs);
-    times.encode += seconds_since(start);
+    times.encode += thread_cpu_seconds() - start;
     return written;
 }
 

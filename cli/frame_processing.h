@@ -24,7 +24,12 @@ struct Frame_settings {
     std::filesystem::path directory = ".";
 };
 
-// Seconds spent in each stage, summed over frames (and threads).
+// Processor time of the calling thread, in seconds. Stages are timed with
+// it rather than the wall clock, so that their split does not depend on what
+// else the machine is running.
+double thread_cpu_seconds();
+
+// Processor seconds spent in each stage, summed over frames (and threads).
 struct Stage_times {
     double decode = 0;
     double transform = 0;

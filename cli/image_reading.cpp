@@ -21,9 +21,6 @@ using File = std::unique_ptr<std::FILE, File_closer>;
 
 File open_input(const std::filesystem::path& path)
 {
-    std::error_code error;
-    if (std::filesystem::is_directory(path, error))
-        throw Input_error("unreadable (a directory inside a directory input)");
     File file(std::fopen(path.c_str(), "rb"));
     if (!file) {
         const int code = errno;

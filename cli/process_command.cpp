@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <memory>
 #include <thread>
+#include <time.h>
 
 #include "image_reading.h"
 #include "progress_display.h"
@@ -86,9 +87,9 @@ void work_through(const std::vector<std::filesystem::path>& files, std::atomic<s
     for (std::size_t index; (index = next++) < files.size();) {
         const std::filesystem::path& file = files[index];
         try {
-            const auto start = std::chrono::steady_clock::now();
+            const double start = thread_cpu_seconds();
             read_frame(file, options.raw, frame);
-            times.decode += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+            times.decode += thread_cpu_seconds() - start;
             frame_processor.process(frame, file.stem().string(), times);
             totals.pixels += frame.pixels.size();
             ++totals.succeeded;
@@ -148,12 +149,15 @@ int run_process(const Process_options& options)
     for (const Stage_times& worker_times : times)
         total += worker_times;
     const double megapixels = totals.pixels / 1e6;
+    timespec process_time{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &process_time);
     std::printf("%zu of %zu frames done (%zu failed), %.1f Mpixel in %.2f s: transforms %.1f Mpixel/s, whole run "
-                "%.1f Mpixel/s; time summed over %u threads: decode %.2f s, transform %.2f s, pictures %.2f s, "
+                "%.1f Mpixel/s; %u threads, processor time %.2f s: decode %.2f s, transform %.2f s, pictures %.2f s, "
                 "encode %.2f s\n",
                 totals.succeeded.load(), files.size(), totals.failed.load(), megapixels, seconds,
                 total.transform > 0 ? megapixels / total.transform : 0.0, seconds > 0 ? megapixels / seconds : 0.0,
-                threads, total.decode, total.transform, total.pictures, total.encode);
+                threads, process_time.tv_sec + process_time.tv_nsec * 1e-9, total.decode, total.transform,
+                total.pictures, total.encode);
     return failed || totals.failed > 0 ? exit_failure : exit_success;
 }
 

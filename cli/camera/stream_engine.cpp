@@ -1,7 +1,6 @@
 #include "stream_engine.hpp"
 
 #include <arv.h>
-#include <time.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -57,13 +56,6 @@ std::string summary_text(const Stream_summary& summary)
 }
 
 namespace {
-
-double thread_cpu_seconds()
-{
-    timespec now{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) + now.tv_nsec * 1e-9;
-}
 
 // One camera frame, unpacked; allocated before acquisition starts.
 struct Frame_slot {

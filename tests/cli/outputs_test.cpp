@@ -73,7 +73,7 @@ TEST(Threads, TwoJobsWriteTheSameFilesAsOne)
     ASSERT_EQ(process(directory, {"--phase", "90", "--outputs", outputs, "-j", "1", "-o", "one", "in"}).exit_status, 0);
     const Run_result two = process(directory, {"--phase", "90", "--outputs", outputs, "-j", "2", "-o", "two", "in"});
     ASSERT_EQ(two.exit_status, 0) << two.err;
-    EXPECT_NE(two.out.find("summed over 2 threads"), std::string::npos) << two.out;
+    EXPECT_NE(two.out.find("; 2 threads, processor time"), std::string::npos) << two.out;
     const auto names = file_names(directory / "one");
     ASSERT_EQ(names.size(), 48u);
     EXPECT_EQ(file_names(directory / "two"), names);
