@@ -51,6 +51,8 @@ public:
         stop_requested.store(false);
         struct sigaction action {};
         action.sa_handler = request_stop;
+        // Aravis's own threads may take the signal in a system call.
+        action.sa_flags = SA_RESTART;
         sigemptyset(&action.sa_mask);
         sigaction(SIGINT, &action, &previous_interrupt_);
         sigaction(SIGTERM, &action, &previous_terminate_);
