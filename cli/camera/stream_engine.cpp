@@ -264,6 +264,10 @@ public:
             workers.emplace_back([&] { transform_frames(work, free_slots, stream.get()); });
 
         receive(stream.get(), free_slots, work, start, control_lost);
+        // What the camera sends after this point is no longer ours to count.
+        guint64 completed = 0, failures = 0, underruns = 0;
+        arv_stream_get_statistics(stream.get(), &completed, &failures, &underruns);
+        summary_.lost_upstream += failures + underruns;
 
         arv_camera_stop_acquisition(camera, &error);
         if (error != nullptr) {
@@ -278,9 +282,6 @@ public:
             worker.join();
         summary_.seconds = std::chrono::duration<double>(Clock::now() - start).count();
 
-        guint64 completed = 0, failures = 0, underruns = 0;
-        arv_stream_get_statistics(stream.get(), &completed, &failures, &underruns);
-        summary_.lost_upstream += failures + underruns;
         const std::optional<std::string> receive_failure = summary_.failure;
         statistics_.fill(summary_);
         if (receive_failure)

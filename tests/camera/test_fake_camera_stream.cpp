@@ -182,11 +182,13 @@ protected:
     std::atomic<bool> never_stop_{false};
 };
 
+// The simulated camera fills only the buffers it gets, so its n-th fill is
+// the n-th frame received even when it found no free buffer at times (lost
+// upstream, possible on a loaded machine).
 void expect_counts(const Stream_summary& summary, std::uint64_t frames)
 {
     EXPECT_EQ(summary.transformed, frames);
     EXPECT_EQ(summary.received, frames + summary.dropped_busy);
-    EXPECT_EQ(summary.lost_upstream, 0u);
     EXPECT_EQ(summary.stop_reason, "frame limit");
     EXPECT_FALSE(summary.failure);
 }
