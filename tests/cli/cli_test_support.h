@@ -72,11 +72,16 @@ struct Transform_result {
 };
 
 struct Transform_arguments {
-    int phase = 0;  // 0..3
-    std::int32_t origin_x = 0;
-    std::int32_t origin_y = 0;
-    std::uint32_t bit_depth = 16;
-    std::uint16_t output_maximum = 65535;
+    Transform_arguments(int phase, std::int32_t origin_x, std::int32_t origin_y, std::uint32_t bit_depth,
+                        std::uint16_t output_maximum = 65535)
+        : phase(phase), origin_x(origin_x), origin_y(origin_y), bit_depth(bit_depth), output_maximum(output_maximum)
+    {
+    }
+    int phase;  // 0..3
+    std::int32_t origin_x;
+    std::int32_t origin_y;
+    std::uint32_t bit_depth;
+    std::uint16_t output_maximum;
     std::optional<std::array<std::array<float, 16>, 4>> calibration;
 };
 

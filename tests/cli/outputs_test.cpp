@@ -146,8 +146,8 @@ TEST(Pictures, AnglePictureShowsTheBandsAngleAsHueAndDegreeAsValue)
                     hue_and_value(angle.samples[pixel], angle.samples[pixel + 1], angle.samples[pixel + 2]);
                 // One 8-bit step of value, and of hue one step of the
                 // channel that carries it at this value (60 / (255 v)
-                // degrees), plus the library's own tolerance of a tenth of a
-                // degree of angle, which is two degrees of hue.
+                // degrees), plus a tenth of a degree of angle (0.2 degrees of
+                // hue) for the library's approximate arctangent.
                 EXPECT_NEAR(value, bands[b].degree, 1.0 / 255 + 1e-9);
                 if (bands[b].degree > 0) {
                     const double expected_hue = 2.0 * (bands[b].angle + 90.0);
@@ -160,9 +160,10 @@ TEST(Pictures, AnglePictureShowsTheBandsAngleAsHueAndDegreeAsValue)
                                                     : bands[b].degree == 1.0 ? std::array<int, 3>{253, 231, 37}
                                                     : bands[b].degree == 0.5 ? std::array<int, 3>{33, 145, 140}
                                                                              : std::array<int, 3>{-1, -1, -1};
-                if (expected[0] >= 0)
+                if (expected[0] >= 0) {
                     for (int channel = 0; channel < 3; ++channel)
                         EXPECT_NEAR(rgb[channel], expected[channel], 1) << "channel " << channel;
+                }
             }
 }
 
