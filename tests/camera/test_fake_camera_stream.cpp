@@ -162,10 +162,11 @@ protected:
             const Recorded_frame expected =
                 direct_transform(number, summary.region, origin_x, origin_y, phase, summary.bit_depth, slots);
             ASSERT_EQ(frame.normalized.size(), expected.normalized.size());
-            if (!frame.normalized.empty())  // bitwise: NaN and -0 included
+            if (!frame.normalized.empty()) {  // bitwise: NaN and -0 included
                 EXPECT_EQ(0, std::memcmp(frame.normalized.data(), expected.normalized.data(),
                                          frame.normalized.size() * sizeof(float)))
                     << "normalized of frame " << number;
+            }
             EXPECT_EQ(frame.s0, expected.s0) << "s0 of frame " << number;
             EXPECT_EQ(frame.s1, expected.s1) << "s1 of frame " << number;
             EXPECT_EQ(frame.s2, expected.s2) << "s2 of frame " << number;
