@@ -86,23 +86,24 @@ const std::vector<std::uint8_t>& Frame_processor::picture(Output output) const
     return output == Output::aolp_color ? aolp_color_ : dolp_color_;
 }
 
-void Frame_processor::paint_pictures(std::size_t pixels)
+void Frame_processor::paint_pictures(std::size_t pixels, Output_set outputs)
 {
-    if (settings_.outputs.contains(Output::aolp_color)) {
+    if (outputs.contains(Output::aolp_color)) {
         aolp_color_.resize(3 * pixels);
         paint_aolp_color(azimuth_.data(), dolp_.data(), pixels, settings_.output_maximum, aolp_color_.data());
     }
-    if (settings_.outputs.contains(Output::dolp_color)) {
+    if (outputs.contains(Output::dolp_color)) {
         dolp_color_.resize(3 * pixels);
         paint_dolp_color(dolp_.data(), pixels, settings_.output_maximum, dolp_color_.data());
     }
 }
 
-std::vector<std::filesystem::path> Frame_processor::write_outputs(const Frame& frame, const std::string& stem)
+std::vector<std::filesystem::path> Frame_processor::write_outputs(const Frame& frame, const std::string& stem,
+                                                                 Output_set outputs)
 {
     std::vector<Staged_file> staged;
     for (Output output : every_output) {
-        if (!settings_.outputs.contains(output))
+        if (!outputs.contains(output))
             continue;
         staged.emplace_back(output_path(settings_.directory, stem, output, settings_.format));
         Staged_file& file = staged.back();
@@ -130,6 +131,13 @@ std::vector<std::filesystem::path> Frame_processor::write_outputs(const Frame& f
     return written;
 }
 
+std::vector<std::filesystem::path> Frame_processor::write(const Frame& frame, const std::string& stem,
+                                                          Output_set outputs)
+{
+    paint_pictures(frame.pixels.size(), outputs);
+    return write_outputs(frame, stem, outputs);
+}
+
 std::vector<std::filesystem::path> Frame_processor::process(const Frame& frame, const std::string& stem,
                                                             Stage_times& times)
 {
@@ -137,10 +145,10 @@ std::vector<std::filesystem::path> Frame_processor::process(const Frame& frame, 
     transform(frame);
     times.transform += thread_cpu_seconds() - start;
     start = thread_cpu_seconds();
-    paint_pictures(frame.pixels.size());
+    paint_pictures(frame.pixels.size(), settings_.outputs);
     times.pictures += thread_cpu_seconds() - start;
     start = thread_cpu_seconds();
-    auto written = write_outputs(frame, stem);
+    auto written = write_outputs(frame, stem, settings_.outputs);
     times.encode += thread_cpu_seconds() - start;
     return written;
 }

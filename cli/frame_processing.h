@@ -52,13 +52,20 @@ public:
     // The transform alone, into the buffers below.
     void transform(const Frame& frame);
 
+    // After transform(): paints the pictures among `outputs` and writes
+    // `outputs` (all computed by that transform), as process() does. Live
+    // streams transform every frame and write only some, or fewer outputs
+    // than they compute.
+    std::vector<std::filesystem::path> write(const Frame& frame, const std::string& stem, Output_set outputs);
+
     const std::vector<float>& normalized() const { return normalized_; }
     const std::vector<std::uint16_t>& image(Output output) const;
     const std::vector<std::uint8_t>& picture(Output output) const;
 
 private:
-    void paint_pictures(std::size_t pixels);
-    std::vector<std::filesystem::path> write_outputs(const Frame& frame, const std::string& stem);
+    void paint_pictures(std::size_t pixels, Output_set outputs);
+    std::vector<std::filesystem::path> write_outputs(const Frame& frame, const std::string& stem,
+                                                     Output_set outputs);
 
     const kestrion::polarization::Processor& processor_;
     Frame_settings settings_;

@@ -15,6 +15,13 @@ int main(int argc, char** argv)
     Subcommand_action action;
     for (auto add_subcommand : {add_process_subcommand, add_demo_subcommand, add_info_subcommand})
         add_subcommand(application, action);
+#ifdef KSI_WITH_CAMERA
+    add_cameras_subcommand(application, action);
+    add_stream_subcommand(application, action);
+#else
+    application.footer(std::string("The live-camera subcommands (cameras, stream) are not in this build: ") +
+                       KSI_CAMERA_ABSENT + ".");
+#endif
     try {
         application.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -18,5 +18,8 @@ using Subcommand_action = std::function<int()>;
 void add_process_subcommand(CLI::App& application, Subcommand_action& action);
 void add_demo_subcommand(CLI::App& application, Subcommand_action& action);
 void add_info_subcommand(CLI::App& application, Subcommand_action& action);
+// Live cameras, built when Aravis is there (cli/camera).
+void add_cameras_subcommand(CLI::App& application, Subcommand_action& action);
+void add_stream_subcommand(CLI::App& application, Subcommand_action& action);
 
 }  // namespace ksi_cli
