@@ -19,11 +19,13 @@ cd "$(dirname "$0")/.."
 
 # Debian 12 package names. The demo job needs the library's compiler and
 # build tools and what the command-line tool builds with; the test job adds
-# what every test of every part runs with.
+# what every test of every part runs with, and ccache, through which the test
+# that configures the project once more without the optional parts' packages
+# rebuilds the library from the cache instead of compiling it again.
 demo_packages="cmake g++ make pkg-config libpng-dev libtiff-dev libcli11-dev nlohmann-json3-dev"
 test_packages="$demo_packages libgtest-dev libbenchmark-dev binutils qemu-user
   python3 python3-numpy python3-pytest python3-venv python3-setuptools python3-wheel
-  libaravis-dev aravis-tools dpkg-dev file"
+  libaravis-dev aravis-tools dpkg-dev file ccache"
 
 case $mode in
   demo) packages=$demo_packages build_dir=build-demo ;;
