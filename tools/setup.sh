@@ -25,7 +25,7 @@ cd "$(dirname "$0")/.."
 demo_packages="cmake g++ make pkg-config libpng-dev libtiff-dev libcli11-dev nlohmann-json3-dev"
 test_packages="$demo_packages libgtest-dev libbenchmark-dev binutils qemu-user
   python3 python3-numpy python3-pytest python3-venv python3-setuptools python3-wheel
-  libaravis-dev aravis-tools dpkg-dev file ccache"
+  libaravis-dev libusb-1.0-0-dev aravis-tools dpkg-dev file ccache"
 
 case $mode in
   demo) packages=$demo_packages build_dir=build-demo ;;
@@ -86,11 +86,10 @@ configure() {
 }
 
 # The main job of the demo mode: its build target and how it runs.
-main_job_target=polarization_demo
+main_job_target=ksi-polarization
 run_main_job() {
-  step "Running the demo: a synthetic polarization scene through all six outputs, written to demo_output/"
-  "$build_dir/examples/polarization_demo" demo_output
-  echo "Images written to demo_output/ (16-bit PGM and raw float pairs)."
+  step "Running ksi-polarization demo: a synthetic polarization scene through every output and both pictures"
+  "$build_dir/cli/ksi-polarization" demo -o demo_output
 }
 
 # shellcheck disable=SC2086,SC2116 # the list on one line

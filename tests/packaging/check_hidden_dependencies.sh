@@ -18,10 +18,12 @@ build_dir=$1
 
 # find_package names to hide, and the status line each part must print.
 # A part that joins the project adds its packages and its line here.
-hidden_packages=(GTest benchmark)
+hidden_packages=(GTest benchmark CLI11)
 expected_lines=(
     "Not building the test suite: missing GoogleTest (apt-get install libgtest-dev)"
     "Not building the benchmarks: missing Google Benchmark (apt-get install libbenchmark-dev)"
+    "Not building the command-line tool ksi-polarization: missing CLI11 (apt-get install libcli11-dev)"
+    "Not building the live-camera subcommands of ksi-polarization (Aravis): missing the command-line tool (KSI_BUILD_CLI)"
 )
 
 hide=()
