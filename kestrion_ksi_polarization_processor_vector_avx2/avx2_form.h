@@ -8,6 +8,7 @@
 
 #include "kernels/lane_operations.h"
 #include "kernels/sse41_form.h"
+#include "prefetch_ahead.h"
 
 struct Avx2_form {
     using Lanes = __m256;
@@ -26,6 +27,7 @@ struct Avx2_form {
     static KSI_LANE_OPERATION void widen(const std::uint16_t* row, Row_lanes (&lanes)[Count])
     {
         static_assert(Count == 1, "one vector per step");
+        prefetch_ahead(row);
         const __m128i elements = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row));
         const Lanes w = _mm256_cvtepi32_ps(_mm256_cvtepu16_epi32(elements));
         lanes[0] = {_mm256_shuffle_ps(w, w, _MM_SHUFFLE(2, 2, 2, 0)), _mm256_shuffle_ps(w, w, _MM_SHUFFLE(3, 3, 1, 1))};
@@ -37,6 +39,7 @@ struct Avx2_form {
     static KSI_LANE_OPERATION void store_lanes(std::uint16_t* destination, const Lanes (&limited)[Count])
     {
         static_assert(Count == 1, "one vector per step");
+        prefetch_ahead(destination);
         const __m256i rounded = _mm256_cvtps_epi32(limited[0]);
         const __m128i packed =
             _mm_packus_epi32(_mm256_castsi256_si128(rounded), _mm256_extracti128_si256(rounded, 1));

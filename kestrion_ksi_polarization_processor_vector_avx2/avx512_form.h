@@ -9,6 +9,7 @@
 
 #include "kernels/lane_operations.h"
 #include "kernels/sse41_form.h"
+#include "prefetch_ahead.h"
 
 struct Avx512_form {
     using Lanes = __m512;
@@ -26,6 +27,7 @@ struct Avx512_form {
     static KSI_LANE_OPERATION void widen(const std::uint16_t* row, Row_lanes (&lanes)[Count])
     {
         static_assert(Count == 1, "one vector per step");
+        prefetch_ahead(row);
         const __m256i elements = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row));
         const Lanes w = _mm512_cvtepi32_ps(_mm512_cvtepu16_epi32(elements));
         lanes[0] = {_mm512_shuffle_ps(w, w, _MM_SHUFFLE(2, 2, 2, 0)), _mm512_shuffle_ps(w, w, _MM_SHUFFLE(3, 3, 1, 1))};
@@ -38,6 +40,7 @@ struct Avx512_form {
     static KSI_LANE_OPERATION void store_lanes(std::uint16_t* destination, const Lanes (&limited)[Count])
     {
         static_assert(Count == 1, "one vector per step");
+        prefetch_ahead(destination);
         const __m256i narrowed = _mm512_cvtusepi32_epi16(_mm512_cvtps_epi32(limited[0]));
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(destination), narrowed);
     }
