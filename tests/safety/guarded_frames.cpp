@@ -123,12 +123,20 @@ Sweep_result sweep_guarded_frames(const Sweep_plan& plan, const Guarded_runner& 
 {
     Sweep_result result;
     std::mt19937 random(20261122u);
-    for (const Frame_size& size : plan.sizes) {
+    const std::size_t phase_count = plan.phases.size();
+    for (std::size_t size_index = 0; size_index < plan.sizes.size(); ++size_index) {
+        const Frame_size& size = plan.sizes[size_index];
         for (Placement placement : plan.placements) {
             Guarded_frame frame(size, placement, random);
             for (unsigned slots : plan.slot_sets) {
-                for (std::int32_t phase : plan.phases) {
+                for (std::size_t p = 0; p < phase_count; ++p) {
+                    const std::size_t turn = size_index + slots;
+                    if (!plan.every_phase_and_scale && p != turn % phase_count)
+                        continue;
+                    const std::int32_t phase = plan.phases[p];
                     for (bool native : {true, false}) {
+                        if (!plan.every_phase_and_scale && native != ((turn / phase_count) % 2 == 0))
+                            continue;
                         const Scale scale = scale_for(native, slots, phase);
                         Guarded_call call{};
                         call.rows = size.rows;

@@ -53,6 +53,11 @@ struct Sweep_plan {
     std::vector<unsigned> slot_sets;
     std::vector<std::int32_t> phases{0, 1, 2, 3};
     std::vector<Placement> placements{Placement::ends_at_guard, Placement::starts_after_guard};
+    // Every phase with both scales for each slot set and size; or, for slow
+    // (emulated) runs, one phase and scale per slot set and size, turning
+    // with the size, so that each slot set still meets every phase and
+    // both scales over the sizes.
+    bool every_phase_and_scale = true;
 };
 
 struct Sweep_result {
