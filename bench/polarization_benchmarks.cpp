@@ -1,9 +1,15 @@
 // Mpixel/s of the kernel family on 2448 x 2048 frames of random 12-bit pixels
 // with output maximum 65535 (so S0, S1 and S2 are rescaled), single thread.
 //
-//   sse41/<slots>        the exported transform (SSE4.1 block form)
-//   baseline/<slots>     generate_polarization_output_data(..., false)
-//   scalar_only/<slots>  generate_polarization_output_data_scalar_only
+//   sse41/<slots>              the exported transform (SSE4.1 block form), with
+//                              no AVX2 extension loaded
+//   extension_8_lanes/<slots>  the AVX2 extension's transform in eight lanes
+//   extension_16_lanes/<slots> the same in sixteen lanes (AVX-512 processors)
+//   memory_reference/<slots>   one read of the frame and one write of every
+//                              present output, with memcpy: the floor that
+//                              memory bandwidth sets
+//   baseline/<slots>           generate_polarization_output_data(..., false)
+//   scalar_only/<slots>        generate_polarization_output_data_scalar_only
 //
 // Slot sets: s0; s0_s1_s2; azimuth_dolp; all_six.
 //
@@ -18,6 +24,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -26,6 +33,8 @@
 #include "kernels/polarization_computation_arguments.h"
 #include "kernels/scalar_only_sweep.h"
 #include "kestrion_ksi_polarization_processor.h"
+#include "module_holders.h"
+#include "vector_avx2_module.h"
 
 namespace {
 
@@ -136,6 +145,47 @@ void through_transform(benchmark::State& state, unsigned slots)
     report_pixels(state);
 }
 
+void through_extension(benchmark::State& state, unsigned slots, unsigned lane_width)
+{
+    if (vector_avx2::supported_lane_width() < lane_width) {
+        state.SkipWithError("this processor cannot run the extension in this width");
+        return;
+    }
+    const Polarization_computation_arguments arguments = buffers().arguments(slots);
+    for (auto _ : state) {
+        vector_avx2::transform_in_lanes(lane_width, arguments, phase_0_matrices);
+        benchmark::ClobberMemory();
+    }
+    report_pixels(state);
+}
+
+// Row by row: one copy of the source row into a buffer that stays in the
+// first-level cache, then one copy of that buffer into each present output
+// row (four into the row of float pairs, which is four times as long).
+void memory_reference(benchmark::State& state, unsigned slots)
+{
+    const Polarization_computation_arguments a = buffers().arguments(slots);
+    std::uint16_t* const images[] = {a.s0_image, a.s1_image, a.s2_image, a.azimuth_image, a.dolp_image};
+    constexpr std::size_t row_bytes = frame_columns * sizeof(std::uint16_t);
+    std::vector<std::uint16_t> row_buffer(frame_columns);
+    for (auto _ : state) {
+        for (std::size_t row = 0; row < frame_rows; ++row) {
+            const std::size_t first = row * frame_columns;
+            std::memcpy(row_buffer.data(), a.input + first, row_bytes);
+            if (a.normalized_stokes != nullptr) {
+                char* pairs = reinterpret_cast<char*>(a.normalized_stokes + 2 * first);
+                for (int quarter = 0; quarter < 4; ++quarter)
+                    std::memcpy(pairs + quarter * row_bytes, row_buffer.data(), row_bytes);
+            }
+            for (std::uint16_t* image : images)
+                if (image != nullptr)
+                    std::memcpy(image + first, row_buffer.data(), row_bytes);
+        }
+        benchmark::ClobberMemory();
+    }
+    report_pixels(state);
+}
+
 void through_baseline(benchmark::State& state, unsigned slots)
 {
     const Polarization_computation_arguments arguments = buffers().arguments(slots);
@@ -168,6 +218,12 @@ struct Processor {
             std::fprintf(stderr, "cannot create a processor\n");
             std::exit(1);
         }
+        // The sse41 column measures the library's own kernels.
+        if (!vector_avx2_module.pointer->failed) {
+            std::fprintf(stderr, "an AVX2 extension was loaded, so the exported transform would not run the "
+                                 "local SSE4.1 form; run without a library path that names one\n");
+            std::exit(1);
+        }
     }
 
     ~Processor()
@@ -189,6 +245,18 @@ struct Registration {
     {
         for (const Slot_set& set : slot_sets)
             benchmark::RegisterBenchmark((std::string("sse41/") + set.name).c_str(), through_transform, set.slots)
+                ->Unit(benchmark::kMillisecond);
+        for (const Slot_set& set : slot_sets)
+            benchmark::RegisterBenchmark((std::string("extension_8_lanes/") + set.name).c_str(), through_extension,
+                                         set.slots, 8u)
+                ->Unit(benchmark::kMillisecond);
+        for (const Slot_set& set : slot_sets)
+            benchmark::RegisterBenchmark((std::string("extension_16_lanes/") + set.name).c_str(), through_extension,
+                                         set.slots, 16u)
+                ->Unit(benchmark::kMillisecond);
+        for (const Slot_set& set : slot_sets)
+            benchmark::RegisterBenchmark((std::string("memory_reference/") + set.name).c_str(), memory_reference,
+                                         set.slots)
                 ->Unit(benchmark::kMillisecond);
         for (const Slot_set& set : slot_sets)
             benchmark::RegisterBenchmark((std::string("baseline/") + set.name).c_str(), through_baseline, set.slots)

@@ -8,6 +8,10 @@
 #include "kernels/lane_operations.h"
 
 struct Baseline_form {
+    using Lanes = __m128;
+    static constexpr unsigned blocks_per_vector = 1;
+    using Four_lane_form = Baseline_form;
+
     // The even and odd lanes of one source row from the block's first column.
     struct Row_lanes {
         Lanes even;  // w0, w2, w2, w4

@@ -3,12 +3,15 @@
 // and differences. It takes no calibration matrix, so custom coefficients
 // reach only the pixels of the scalar stages.
 //
-// The block exists in two instruction forms, which differ in how 16-bit
-// elements become lanes and lanes become 16-bit elements:
+// The block exists in several instruction forms, which differ in how 16-bit
+// elements become lanes, lanes become 16-bit elements, and how many blocks
+// one vector holds:
 // - Sse41_form loads eight elements per source row at once, and its fourth
 //   lane repeats the third (the even lanes are w0, w2, w2, w2);
 // - Baseline_form fetches single elements, and its fourth lane has its own
-//   quartet (w0, w2, w2, w4).
+//   quartet (w0, w2, w2, w4);
+// - the AVX2 extension's forms hold two or four neighbouring blocks per
+//   vector, each block in exactly the lanes of Sse41_form.
 // Every instruction beyond SSE2 in the library lives in the row-pair
 // functions of Sse41_form, which only kernels chosen for processors with
 // SSE4.1 call.
@@ -22,14 +25,28 @@ struct Baseline_form;
 struct Sse41_form;
 
 // Broadcast values prepared once per kernel call, each only where a present
-// slot needs it.
-struct Four_lane_constants {
-    Lanes half_estimate;           // estimate of 1/2, the factor of S0
-    Lanes max_float_lanes;         // output maximum, the limit of every 16-bit slot
-    Lanes input_reciprocal_lanes;  // estimate of 1 / input maximum, for rescaling
-    Lanes azimuth_scale;           // output maximum / 180
-    Lanes max_int_lanes;           // output maximum, for azimuth and DoLP
+// slot needs it. They are taken in four lanes, whatever the form's width, so
+// that every width multiplies by the same estimates.
+template <unsigned Width>
+struct Block_constants {
+    using L = typename Lane_vector<Width>::type;
+    L half_estimate;           // estimate of 1/2, the factor of S0
+    L max_float_lanes;         // output maximum, the limit of every 16-bit slot
+    L input_reciprocal_lanes;  // estimate of 1 / input maximum, for rescaling
+    L azimuth_scale;           // output maximum / 180
+    L max_int_lanes;           // output maximum, for azimuth and DoLP
 };
+using Four_lane_constants = Block_constants<4>;
+
+// The four-lane constants in every lane of a wider vector.
+template <unsigned Width>
+KSI_LANE_OPERATION Block_constants<Width> widened(const Four_lane_constants& c)
+{
+    using L = typename Lane_vector<Width>::type;
+    return {widen_uniform(c.half_estimate, L{}), widen_uniform(c.max_float_lanes, L{}),
+            widen_uniform(c.input_reciprocal_lanes, L{}), widen_uniform(c.azimuth_scale, L{}),
+            widen_uniform(c.max_int_lanes, L{})};
+}
 
 // All blocks of the row pair at `row`: columns 0 to 4 x blocks - 1.
 template <class Indices, bool Native_scale, bool Has_normalized_pair, bool Has_s0, bool Has_s1, bool Has_s2,

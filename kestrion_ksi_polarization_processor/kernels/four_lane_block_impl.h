@@ -1,5 +1,6 @@
-// Definition of the block's row-pair function for either instruction form.
-// Included by the block translation units after the header of their form.
+// Definition of the block's row-pair function for every instruction form,
+// written once over the form's lane type. Included by the block translation
+// units after the header of their form.
 #pragma once
 
 #include <cstddef>
@@ -25,14 +26,28 @@ constexpr unsigned vectors_named(std::size_t first, std::size_t last)
 // Limits every 16-bit slot: minimum first, so that a not-a-number lands on
 // the maximum, then maximum with 0. Converting and storing the limited lanes
 // is the form's part of store_lanes.
-KSI_LANE_OPERATION Lanes clamp_lanes(Lanes v, Lanes maximum)
+template <class L>
+KSI_LANE_OPERATION L clamp_lanes(L v, L maximum)
 {
-    return _mm_max_ps(_mm_min_ps(v, maximum), _mm_setzero_ps());
+    return lanes_max(lanes_min(v, maximum), zero_lanes_like(v));
 }
+
+// The frame's buffers, shared by the blocks of every form in a row pair.
+struct Block_outputs {
+    const std::uint16_t* input;
+    float* normalized_stokes;
+    std::uint16_t* s0_image;
+    std::uint16_t* s1_image;
+    std::uint16_t* s2_image;
+    std::uint16_t* azimuth_image;
+    std::uint16_t* dolp_image;
+};
 
 template <class Indices, bool Native_scale, bool Has_normalized_pair, bool Has_s0, bool Has_s1, bool Has_s2,
           bool Has_azimuth, bool Has_dolp, class Form>
 struct Four_lane_block {
+    using L = typename Form::Lanes;
+    using Constants = Block_constants<sizeof(L) / sizeof(float)>;
     using Needs = Stokes_needs<Has_normalized_pair, Has_s0, Has_s1, Has_s2, Has_azimuth, Has_dolp>;
     static constexpr unsigned needed_vectors = (Needs::s0 ? vectors_named<Indices>(1, 8) : 0u) |
                                                (Needs::s1 ? vectors_named<Indices>(9, 12) : 0u) |
@@ -40,7 +55,7 @@ struct Four_lane_block {
 
     // Source vectors 2k and 2k + 1 come from source row k of a block.
     template <unsigned K, unsigned Count>
-    static KSI_LANE_OPERATION void widen_if_needed(Lanes (&v)[Count][6], const std::uint16_t* source_row)
+    static KSI_LANE_OPERATION void widen_if_needed(L (&v)[Count][6], const std::uint16_t* source_row)
     {
         if constexpr ((needed_vectors >> (2 * K) & 3u) != 0) {
             typename Form::Row_lanes lanes[Count];
@@ -54,24 +69,16 @@ struct Four_lane_block {
 
     // The limited lanes of the 16-bit slots of one row of a block.
     struct Limited_row {
-        Lanes s0, s1, s2, azimuth, dolp;
+        L s0, s1, s2, azimuth, dolp;
     };
 
-    struct Outputs {
-        const std::uint16_t* input;
-        float* normalized_stokes;
-        std::uint16_t* s0_image;
-        std::uint16_t* s1_image;
-        std::uint16_t* s2_image;
-        std::uint16_t* azimuth_image;
-        std::uint16_t* dolp_image;
-    };
+    using Outputs = Block_outputs;
 
-    static KSI_LANE_OPERATION Lanes rescaled(Lanes v, const Four_lane_constants& constants)
+    static KSI_LANE_OPERATION L rescaled(L v, const Constants& constants)
     {
         if constexpr (Native_scale)
             return v;
-        return _mm_mul_ps(_mm_mul_ps(v, constants.max_float_lanes), constants.input_reciprocal_lanes);
+        return lanes_mul(lanes_mul(v, constants.max_float_lanes), constants.input_reciprocal_lanes);
     }
 
     // One row of a block: writes slot 0 and gives the limited lanes of the
@@ -79,24 +86,19 @@ struct Four_lane_block {
     // Difference_s1 minus the next one, its S2 likewise; `element` is the
     // row's element at the block's first column.
     template <std::size_t Sum, std::size_t Difference_s1, std::size_t Difference_s2>
-    static KSI_LANE_OPERATION Limited_row row(const Lanes (&v)[6], const Four_lane_constants& constants,
-                                              const Outputs& outputs, std::size_t element)
+    static KSI_LANE_OPERATION Limited_row row(const L (&v)[6], const Constants& constants, const Outputs& outputs,
+                                              std::size_t element)
     {
         Limited_row limited = {};
-        const Lanes s0 = _mm_mul_ps(_mm_add_ps(_mm_add_ps(v[Indices::at(Sum)], v[Indices::at(Sum + 1)]),
-                                               _mm_add_ps(v[Indices::at(Sum + 2)], v[Indices::at(Sum + 3)])),
-                                    constants.half_estimate);
-        const Lanes s1 = _mm_sub_ps(v[Indices::at(Difference_s1)], v[Indices::at(Difference_s1 + 1)]);
-        const Lanes s2 = _mm_sub_ps(v[Indices::at(Difference_s2)], v[Indices::at(Difference_s2 + 1)]);
-        const Lanes maximum = constants.max_float_lanes;
+        const L s0 = lanes_mul(lanes_add(lanes_add(v[Indices::at(Sum)], v[Indices::at(Sum + 1)]),
+                                         lanes_add(v[Indices::at(Sum + 2)], v[Indices::at(Sum + 3)])),
+                               constants.half_estimate);
+        const L s1 = lanes_sub(v[Indices::at(Difference_s1)], v[Indices::at(Difference_s1 + 1)]);
+        const L s2 = lanes_sub(v[Indices::at(Difference_s2)], v[Indices::at(Difference_s2 + 1)]);
+        const L maximum = constants.max_float_lanes;
 
-        if constexpr (Has_normalized_pair) {
-            const Lanes s1_ratio = _mm_div_ps(s1, s0);
-            const Lanes s2_ratio = _mm_div_ps(s2, s0);
-            float* pair = outputs.normalized_stokes + 2 * element;
-            _mm_storeu_ps(pair, _mm_unpacklo_ps(s1_ratio, s2_ratio));
-            _mm_storeu_ps(pair + 4, _mm_unpackhi_ps(s1_ratio, s2_ratio));
-        }
+        if constexpr (Has_normalized_pair)
+            store_interleaved(outputs.normalized_stokes + 2 * element, lanes_div(s1, s0), lanes_div(s2, s0));
         if constexpr (Has_s0)
             limited.s0 = clamp_lanes(rescaled(s0, constants), maximum);
         if constexpr (Has_s1)
@@ -104,19 +106,19 @@ struct Four_lane_block {
         if constexpr (Has_s2)
             limited.s2 = clamp_lanes(rescaled(s2, constants), maximum);
         if constexpr (Has_azimuth) {
-            const Lanes angle = lane_arctangent2<Four_lane_estimate>(s1, s2);
-            Lanes azimuth = _mm_mul_ps(angle, lanes_from_bits(angle_scale_bits));
-            azimuth = _mm_add_ps(azimuth, lanes_from_bits(azimuth_offset_bits));
-            azimuth = _mm_mul_ps(azimuth, constants.azimuth_scale);
+            const L angle = lane_arctangent2<Four_lane_estimate>(s1, s2);
+            L azimuth = lanes_mul(angle, lanes_from_bits<L>(angle_scale_bits));
+            azimuth = lanes_add(azimuth, lanes_from_bits<L>(azimuth_offset_bits));
+            azimuth = lanes_mul(azimuth, constants.azimuth_scale);
             azimuth = clamp_lanes(azimuth, constants.max_int_lanes);
             limited.azimuth = clamp_lanes(azimuth, maximum);
         }
         if constexpr (Has_dolp) {
-            const Lanes s0_zero = _mm_cmpeq_ps(s0, _mm_setzero_ps());
-            const Lanes magnitude = _mm_sqrt_ps(_mm_add_ps(_mm_mul_ps(s1, s1), _mm_mul_ps(s2, s2)));
-            Lanes degree = _mm_mul_ps(magnitude, estimate(s0));
-            degree = _mm_andnot_ps(s0_zero, degree);  // exactly 0, not 0 x infinity, where S0 is 0
-            degree = _mm_mul_ps(degree, constants.max_int_lanes);
+            const auto s0_zero = lanes_equal(s0, zero_lanes_like(s0));
+            const L magnitude = lanes_sqrt(lanes_add(lanes_mul(s1, s1), lanes_mul(s2, s2)));
+            L degree = lanes_mul(magnitude, estimate(s0));
+            degree = clear_where(s0_zero, degree);  // exactly 0, not 0 x infinity, where S0 is 0
+            degree = lanes_mul(degree, constants.max_int_lanes);
             limited.dolp = clamp_lanes(degree, maximum);
         }
         return limited;
@@ -140,32 +142,47 @@ struct Four_lane_block {
 
     template <unsigned Count>
     static KSI_LANE_OPERATION void store_slot(std::uint16_t* destination, const Limited_row (&rows)[Count],
-                                              Lanes Limited_row::*slot)
+                                              L Limited_row::*slot)
     {
-        Lanes limited[Count];
+        L limited[Count];
         for (unsigned block = 0; block < Count; ++block)
             limited[block] = rows[block].*slot;
         Form::store_lanes(destination, limited);
     }
 
-    // Count neighbouring blocks, one or two, from the upper row's element
-    // `upper_element`. Two at a time share their source loads and stores.
+    // Count neighbouring vectors of the form's blocks, from the upper row's
+    // element `upper_element`. Neighbours share their source loads and stores.
     template <unsigned Count>
-    static KSI_LANE_OPERATION void blocks(const Outputs& outputs, const Four_lane_constants& constants,
+    static KSI_LANE_OPERATION void blocks(const Outputs& outputs, const Constants& constants,
                                           std::size_t upper_element, std::size_t columns)
     {
-        Lanes v[Count][6] = {};
+        L v[Count][6] = {};
         const std::uint16_t* source = outputs.input + upper_element;
         widen_if_needed<0>(v, source);
         widen_if_needed<1>(v, source + columns);
         widen_if_needed<2>(v, source + 2 * columns);
         Limited_row upper[Count], lower[Count];
-        for (unsigned block = 0; block < Count; ++block) {
-            upper[block] = row<1, 9, 13>(v[block], constants, outputs, upper_element + 4 * block);
-            lower[block] = row<5, 11, 15>(v[block], constants, outputs, upper_element + columns + 4 * block);
+        for (unsigned vector = 0; vector < Count; ++vector) {
+            const std::size_t offset = columns_per_vector * vector;
+            upper[vector] = row<1, 9, 13>(v[vector], constants, outputs, upper_element + offset);
+            lower[vector] = row<5, 11, 15>(v[vector], constants, outputs, upper_element + columns + offset);
         }
         store_rows(outputs, upper_element, upper);
         store_rows(outputs, upper_element + columns, lower);
+    }
+
+    static constexpr std::size_t columns_per_vector = 4 * Form::blocks_per_vector;
+
+    // Steps of Count vectors from `column` while they fit before `block_end`;
+    // gives the first column left over.
+    template <unsigned Count>
+    static KSI_LANE_OPERATION std::size_t steps(const Outputs& outputs, const Constants& constants,
+                                                std::size_t upper_row, std::size_t column, std::size_t block_end,
+                                                std::size_t columns)
+    {
+        for (; column + columns_per_vector * Count <= block_end; column += columns_per_vector * Count)
+            blocks<Count>(outputs, constants, upper_row + column, columns);
+        return column;
     }
 };
 
@@ -176,19 +193,26 @@ void generate_four_lane_row_pair(const Four_lane_constants& frame_constants,
 {
     using Block = Four_lane_block<Indices, Native_scale, Has_normalized_pair, Has_s0, Has_s1, Has_s2, Has_azimuth,
                                   Has_dolp, Form>;
+    // Blocks too few to fill the form's vector run in the four-lane form that
+    // it repeats lane for lane.
+    using Four_lane = Four_lane_block<Indices, Native_scale, Has_normalized_pair, Has_s0, Has_s1, Has_s2,
+                                      Has_azimuth, Has_dolp, typename Form::Four_lane_form>;
     const Four_lane_constants constants = frame_constants;
-    const typename Block::Outputs outputs = {arguments.input,    arguments.normalized_stokes, arguments.s0_image,
+    const Block_outputs outputs = {arguments.input,    arguments.normalized_stokes, arguments.s0_image,
                                              arguments.s1_image, arguments.s2_image,          arguments.azimuth_image,
                                              arguments.dolp_image};
     const std::size_t columns = arguments.columns;
     const std::size_t upper_row = std::size_t(row) * columns;
-    // Two blocks side by side share loads and stores; the azimuth keeps too
-    // many values live for that, and runs one block at a time without spills.
-    constexpr unsigned blocks_per_step = Has_azimuth ? 1 : 2;
     const std::size_t block_end = 4 * std::size_t(blocks);
     std::size_t column = 0;
-    for (; column + 4 * blocks_per_step <= block_end; column += 4 * blocks_per_step)
-        Block::template blocks<blocks_per_step>(outputs, constants, upper_row + column, columns);
+    if constexpr (Form::blocks_per_vector > 1)
+        column = Block::template steps<1>(outputs, widened<sizeof(typename Form::Lanes) / sizeof(float)>(constants), upper_row, column,
+                                          block_end, columns);
+    // Two four-lane blocks side by side share loads and stores; the azimuth
+    // keeps too many values live for that, and runs one block at a time
+    // without spills.
+    constexpr unsigned blocks_per_step = Has_azimuth ? 1 : 2;
+    column = Four_lane::template steps<blocks_per_step>(outputs, constants, upper_row, column, block_end, columns);
     if (column < block_end)
-        Block::template blocks<1>(outputs, constants, upper_row + column, columns);
+        Four_lane::template blocks<1>(outputs, constants, upper_row + column, columns);
 }

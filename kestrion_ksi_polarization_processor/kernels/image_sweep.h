@@ -40,15 +40,34 @@ inline void sweep_frame(const Polarization_computation_arguments& arguments, con
                                  Even_rows, Even_columns>(arguments, matrices, overlays, row);
 }
 
+// The whole-image kernel with its blocks in the instruction form Form.
+template <class Form, class Indices, class Native_scale, class Has_normalized_pair, class Has_s0, class Has_s1,
+          class Has_s2, class Has_azimuth, class Has_dolp, class Even_rows, class Even_columns>
+KSI_LANE_OPERATION void sweep_frame_in_form(const Polarization_computation_arguments& arguments,
+                                            const Calibration_matrices& matrices)
+{
+    using Block_stage = Four_lane_block_stage<Indices, Native_scale::value, Has_normalized_pair::value, Has_s0::value,
+                                              Has_s1::value, Has_s2::value, Has_azimuth::value, Has_dolp::value, Form>;
+    sweep_frame<Block_stage, Native_scale::value, Has_normalized_pair::value, Has_s0::value, Has_s1::value,
+                Has_s2::value, Has_azimuth::value, Has_dolp::value, Even_rows::value, Even_columns::value>(arguments,
+                                                                                                          matrices);
+}
+
 template <class Indices, class Native_scale, class Has_normalized_pair, class Has_s0, class Has_s1, class Has_s2,
           class Has_azimuth, class Has_dolp, class Even_rows, class Even_columns, class Has_sse41>
 void generate_polarization_output_data_impl(const Polarization_computation_arguments& arguments,
                                             const Calibration_matrices& matrices)
 {
     using Form = std::conditional_t<Has_sse41::value, Sse41_form, Baseline_form>;
-    using Block_stage = Four_lane_block_stage<Indices, Native_scale::value, Has_normalized_pair::value, Has_s0::value,
-                                              Has_s1::value, Has_s2::value, Has_azimuth::value, Has_dolp::value, Form>;
-    sweep_frame<Block_stage, Native_scale::value, Has_normalized_pair::value, Has_s0::value, Has_s1::value,
-                Has_s2::value, Has_azimuth::value, Has_dolp::value, Even_rows::value, Even_columns::value>(arguments,
-                                                                                                          matrices);
+    sweep_frame_in_form<Form, Indices, Native_scale, Has_normalized_pair, Has_s0, Has_s1, Has_s2, Has_azimuth,
+                        Has_dolp, Even_rows, Even_columns>(arguments, matrices);
+}
+
+template <class Form, class Indices, class Native_scale, class Has_normalized_pair, class Has_s0, class Has_s1,
+          class Has_s2, class Has_azimuth, class Has_dolp, class Even_rows, class Even_columns>
+void generate_polarization_output_data_in_form(const Polarization_computation_arguments& arguments,
+                                               const Calibration_matrices& matrices)
+{
+    sweep_frame_in_form<Form, Indices, Native_scale, Has_normalized_pair, Has_s0, Has_s1, Has_s2, Has_azimuth,
+                        Has_dolp, Even_rows, Even_columns>(arguments, matrices);
 }

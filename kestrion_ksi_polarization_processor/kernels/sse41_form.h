@@ -11,6 +11,10 @@
 #include "kernels/lane_operations.h"
 
 struct Sse41_form {
+    using Lanes = __m128;
+    static constexpr unsigned blocks_per_vector = 1;
+    using Four_lane_form = Sse41_form;
+
     struct Row_lanes {
         Lanes even;  // w0, w2, w2, w2: the fourth lane repeats the third
         Lanes odd;   // w1, w1, w3, w3

@@ -1,8 +1,9 @@
 // Edge cases of the four-lane block: phase lane tables, Stokes lanes, derived
 // outputs and the two instruction forms, each with concrete expected values.
-// Most run on three paths: the SSE4.1 form through the exported transform,
-// the SSE4.1 form through the dispatcher, and the baseline form through the
-// dispatcher.
+// Most run on five paths: the SSE4.1 form through the exported transform,
+// the SSE4.1 form through the dispatcher, the baseline form through the
+// dispatcher, and the AVX2 extension's transform forced to eight and to
+// sixteen lanes, whose every element must be the SSE4.1 form's.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -19,6 +20,7 @@
 #include "kernel_test_support.h"
 #include "kernels/vector_data_indices.h"
 #include "transform_runs.h"
+#include "vector_avx2_module.h"
 
 using four_lane_reference::Block_form;
 using namespace kernel_test_support;
@@ -82,7 +84,12 @@ unsigned scalar_pixels_differing(const Frame_outputs& a, const Frame_outputs& b,
     return count;
 }
 
-enum class Path { sse41_transform, sse41_dispatcher, baseline_dispatcher };
+enum class Path { sse41_transform, sse41_dispatcher, baseline_dispatcher, extension_8_lanes, extension_16_lanes };
+
+unsigned extension_lane_width(Path path)
+{
+    return path == Path::extension_8_lanes ? 8 : path == Path::extension_16_lanes ? 16 : 0;
+}
 
 std::string path_name(const ::testing::TestParamInfo<Path>& info)
 {
@@ -93,6 +100,10 @@ std::string path_name(const ::testing::TestParamInfo<Path>& info)
         return "sse41_dispatcher";
     case Path::baseline_dispatcher:
         return "baseline_dispatcher";
+    case Path::extension_8_lanes:
+        return "extension_8_lanes";
+    case Path::extension_16_lanes:
+        return "extension_16_lanes";
     }
     return "unknown";
 }
@@ -103,6 +114,13 @@ protected:
     {
         if (form() == Block_form::sse41) {
             REQUIRE_SSE41();
+        }
+        const unsigned lane_width = extension_lane_width(GetParam());
+        if (lane_width != 0) {
+            ASSERT_GE(vector_avx2::supported_lane_width(), 8u)
+                << "the extension's paths need a processor with AVX2 and an operating system that saves its registers";
+            if (vector_avx2::supported_lane_width() < lane_width)
+                GTEST_SKIP() << "this processor has no AVX-512 (F, BW, DQ, VL): the sixteen-lane form is not run here";
         }
         if (GetParam() == Path::sse41_transform) {
             session_ = std::make_unique<Processor_session>();
@@ -122,6 +140,13 @@ protected:
                 run_transform(*session_, frame, slots, phase, 0, 0, bit_depth, output_maximum);
             EXPECT_EQ(result.status, 0);
             return std::move(result.outputs);
+        }
+        if (const unsigned lane_width = extension_lane_width(GetParam())) {
+            Frame_outputs outputs(frame.rows, frame.columns, slots);
+            const Polarization_computation_arguments arguments =
+                make_arguments(frame, outputs, phase, bit_depth, output_maximum);
+            vector_avx2::transform_in_lanes(lane_width, arguments, matrices_of_phase(matrices, phase));
+            return outputs;
         }
         return run_dispatcher(frame, slots, phase, bit_depth, output_maximum, matrices_of_phase(matrices, phase),
                               form() == Block_form::sse41);
@@ -152,7 +177,8 @@ private:
 };
 
 INSTANTIATE_TEST_SUITE_P(Paths, FourLaneBlockEdgeCases,
-                         ::testing::Values(Path::sse41_transform, Path::sse41_dispatcher, Path::baseline_dispatcher),
+                         ::testing::Values(Path::sse41_transform, Path::sse41_dispatcher, Path::baseline_dispatcher,
+                                           Path::extension_8_lanes, Path::extension_16_lanes),
                          path_name);
 
 // ---------------------------------------------------------------------------

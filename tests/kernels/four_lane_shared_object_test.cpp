@@ -42,6 +42,18 @@ TEST(SharedObject, TransformResolvesIntoTheSharedObject)
         << info.dli_fname;
 }
 
+// These tests run the library's copy with no extension beside it: the
+// exported transform computes every frame with its own SSE4.1 form.
+TEST(SharedObject, NoExtensionIsLoadedBesideThisCopy)
+{
+    Processor_session session;
+    ASSERT_EQ(session.create_status(), 0);
+    void* extension = dlopen("libkestrion_ksi_polarization_processor_vector_avx2.so", RTLD_LAZY | RTLD_NOLOAD);
+    if (extension != nullptr)
+        dlclose(extension);
+    EXPECT_EQ(extension, nullptr) << "an AVX2 extension was loaded, so the local kernels are not what runs here";
+}
+
 TEST(SharedObject, BlockPixelsMatchSse41ReferenceAndEveryPixelIsWritten)
 {
     REQUIRE_SSE41();
