@@ -9,6 +9,7 @@
 // buffer as it was, and accepted ones must not touch the input, the output
 // buffers left out of the call, or anything else.
 
+#include <dlfcn.h>
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <algorithm>
@@ -356,6 +357,19 @@ void clean_up(Model& model)
 }
 
 }  // namespace
+
+// Says once which path the accepted transforms of this run take.
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    kl_polarization_processor_module_initialize();
+    void* extension = dlopen("libkestrion_ksi_polarization_processor_vector_avx2.so", RTLD_LAZY | RTLD_NOLOAD);
+    std::printf("transforms run through %s\n", extension != nullptr ? "the AVX2 extension (where the processor has AVX2)"
+                                                                     : "the library's own kernels");
+    if (extension != nullptr)
+        dlclose(extension);
+    kl_polarization_processor_module_terminate();
+    return 0;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
 {

@@ -125,11 +125,17 @@ bool cpuid_reports_avx2()
     return __get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) && (ebx & (1u << 5)) != 0;
 }
 
-// The path the library copy took: which companion it found.
+// A copy of the library, with the built extension beside it or nothing.
+std::vector<std::string> companions(bool with_extension)
+{
+    return with_extension ? std::vector<std::string>{KSI_EXTENSION_FILE} : std::vector<std::string>{};
+}
+
+// A copy of the library on one path, initialised, with a processor, after a
+// check of which companion the copy found.
 class Path_session {
 public:
-    explicit Path_session(bool with_extension)
-        : library_(KSI_LIBRARY_FILE, {})
+    explicit Path_session(bool with_extension) : library_(KSI_LIBRARY_FILE, companions(with_extension))
     {
         EXPECT_EQ(library_.initialize(), 0);
         EXPECT_EQ(library_.create(&shared_processor_), 0);
@@ -195,7 +201,7 @@ void lifecycle_on_many_threads(bool with_extension)
         const Path_session session(with_extension);
         return Workload(session.library(), session.shared_processor(), thread_count / 2, 2);
     }();
-    const Library_copy library(KSI_LIBRARY_FILE, {});
+    const Library_copy library(KSI_LIBRARY_FILE, companions(with_extension));
     std::atomic<unsigned> mismatches{0}, failures{0}, cycles{0};
     std::atomic<bool> working{true};
     Start_line start(thread_count);

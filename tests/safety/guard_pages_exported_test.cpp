@@ -3,8 +3,10 @@
 // ends the test with a fault. The library is a copy opened by path in a
 // fresh directory, so exactly the companions a test puts beside it are found.
 //
-// GuardPagesEmulated.* runs only under `qemu-x86_64 -cpu core2duo`, where the
-// exported transform must take the baseline form.
+// GuardPagesExtension.* puts the built AVX2 extension beside the copy; it
+// runs in the widest form the processor has (the internal tests force each
+// width). GuardPagesEmulated.* runs only under `qemu-x86_64 -cpu core2duo`,
+// where the exported transform must take the baseline form.
 
 #include <cpuid.h>
 
@@ -66,6 +68,29 @@ Sweep_result sweep_local_kernels(const Sweep_plan& plan)
 
 const char* local_form_name() { return cpuid_reports_sse41() ? "SSE4.1 form" : "baseline form"; }
 
+bool cpuid_reports_avx2()
+{
+    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+    return __get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) && (ebx & (1u << 5)) != 0;
+}
+
+// The built extension beside a copy of the library: on a processor with
+// AVX2 it computes every frame, in the widest form it can run.
+Sweep_result sweep_extension(const Sweep_plan& plan)
+{
+    const Library_copy library(KSI_LIBRARY_FILE, {KSI_EXTENSION_FILE});
+    const Exported_path path(library);
+    EXPECT_TRUE(library_is_open(extension_file_name)) << "the extension beside the library was not loaded";
+    std::printf("extension loaded from %s\n", directory_of_open_library(extension_file_name).c_str());
+    return sweep_guarded_frames(plan, path.runner());
+}
+
+#define REQUIRE_AVX2()                                                                         \
+    if (!cpuid_reports_avx2()) {                                                               \
+        std::printf("this processor lacks AVX2: the library never calls the extension here\n"); \
+        GTEST_SKIP();                                                                          \
+    }
+
 }  // namespace
 
 TEST(GuardPagesHarness, AnElementPastEitherEndFaults)
@@ -108,6 +133,22 @@ TEST(GuardPagesExported, LocalKernelsCameraSizes)
 {
     std::printf("local kernels in the %s\n", local_form_name());
     const Sweep_result result = sweep_local_kernels({camera_sizes(), representative_slot_sets()});
+    EXPECT_EQ(result.failure_count, 0u) << describe(result);
+    std::printf("%s\n", describe(result).c_str());
+}
+
+TEST(GuardPagesExtension, EverySmallSizeSlotSetAndPhase)
+{
+    REQUIRE_AVX2();
+    const Sweep_result result = sweep_extension({small_sizes(), every_slot_set()});
+    EXPECT_EQ(result.failure_count, 0u) << describe(result);
+    std::printf("%s\n", describe(result).c_str());
+}
+
+TEST(GuardPagesExtension, CameraSizes)
+{
+    REQUIRE_AVX2();
+    const Sweep_result result = sweep_extension({camera_sizes(), representative_slot_sets()});
     EXPECT_EQ(result.failure_count, 0u) << describe(result);
     std::printf("%s\n", describe(result).c_str());
 }

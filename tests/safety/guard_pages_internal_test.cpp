@@ -1,6 +1,7 @@
 // Both instruction forms of the local kernels on guarded buffers, chosen
 // through the internal dispatcher, so that the baseline form runs natively
-// here as well and not only under emulation.
+// here as well and not only under emulation; and the AVX2 extension in each
+// lane width this processor runs, forced through its internal entry.
 
 #include <cstdio>
 
@@ -9,16 +10,15 @@
 #include "guarded_frames.h"
 #include "kernel_test_support.h"
 #include "kernels/generate_polarization_output_data.h"
+#include "vector_avx2_module.h"
 
 using namespace safety;
 
 namespace {
 
-Guarded_runner dispatcher(bool has_sse41)
+Polarization_computation_arguments record_of(const Guarded_call& call)
 {
-    return [has_sse41](const Guarded_call& call) {
-        static const kernel_test_support::Angle_matrices defaults = kernel_test_support::default_angle_matrices();
-        Polarization_computation_arguments arguments{};
+    Polarization_computation_arguments arguments{};
         arguments.rows = call.rows;
         arguments.columns = call.columns;
         arguments.polar_phase = call.polar_phase;
@@ -32,41 +32,84 @@ Guarded_runner dispatcher(bool has_sse41)
         arguments.s1_image = call.images[2];
         arguments.s2_image = call.images[3];
         arguments.azimuth_image = call.images[4];
-        arguments.dolp_image = call.images[5];
-        generate_polarization_output_data(arguments,
-                                          kernel_test_support::matrices_of_phase(defaults, call.polar_phase),
-                                          has_sse41);
+    arguments.dolp_image = call.images[5];
+    return arguments;
+}
+
+Calibration_matrices default_matrices_of_phase(std::int32_t phase)
+{
+    static const kernel_test_support::Angle_matrices defaults = kernel_test_support::default_angle_matrices();
+    return kernel_test_support::matrices_of_phase(defaults, phase);
+}
+
+Guarded_runner dispatcher(bool has_sse41)
+{
+    return [has_sse41](const Guarded_call& call) {
+        generate_polarization_output_data(record_of(call), default_matrices_of_phase(call.polar_phase), has_sse41);
         return 0;
     };
 }
 
-void expect_clean_sweep(const Sweep_plan& plan, bool has_sse41)
+Guarded_runner extension_in_lanes(unsigned lane_width)
 {
-    const Sweep_result result = sweep_guarded_frames(plan, dispatcher(has_sse41));
+    return [lane_width](const Guarded_call& call) {
+        vector_avx2::transform_in_lanes(lane_width, record_of(call), default_matrices_of_phase(call.polar_phase));
+        return 0;
+    };
+}
+
+void expect_clean_sweep(const Sweep_plan& plan, const Guarded_runner& runner)
+{
+    const Sweep_result result = sweep_guarded_frames(plan, runner);
     EXPECT_EQ(result.failure_count, 0u) << describe(result);
     std::printf("%s\n", describe(result).c_str());
 }
+
+#define REQUIRE_LANE_WIDTH(width)                                                                            \
+    if (vector_avx2::supported_lane_width() < (width)) {                                                     \
+        std::printf("this processor cannot run the extension's %u-lane form; not checked here\n", (width)); \
+        GTEST_SKIP();                                                                                        \
+    }
 
 }  // namespace
 
 TEST(GuardPagesInternal, Sse41FormEverySmallSizeSlotSetAndPhase)
 {
     REQUIRE_SSE41();
-    expect_clean_sweep({small_sizes(), every_slot_set()}, true);
+    expect_clean_sweep({small_sizes(), every_slot_set()}, dispatcher(true));
 }
 
 TEST(GuardPagesInternal, BaselineFormEverySmallSizeSlotSetAndPhase)
 {
-    expect_clean_sweep({small_sizes(), every_slot_set()}, false);
+    expect_clean_sweep({small_sizes(), every_slot_set()}, dispatcher(false));
 }
 
 TEST(GuardPagesInternal, Sse41FormCameraSizes)
 {
     REQUIRE_SSE41();
-    expect_clean_sweep({camera_sizes(), representative_slot_sets()}, true);
+    expect_clean_sweep({camera_sizes(), representative_slot_sets()}, dispatcher(true));
 }
 
 TEST(GuardPagesInternal, BaselineFormCameraSizes)
 {
-    expect_clean_sweep({camera_sizes(), representative_slot_sets()}, false);
+    expect_clean_sweep({camera_sizes(), representative_slot_sets()}, dispatcher(false));
 }
+
+class GuardPagesExtensionLanes : public ::testing::TestWithParam<unsigned> {};
+
+TEST_P(GuardPagesExtensionLanes, EverySmallSizeSlotSetAndPhase)
+{
+    REQUIRE_LANE_WIDTH(GetParam());
+    expect_clean_sweep({small_sizes(), every_slot_set()}, extension_in_lanes(GetParam()));
+}
+
+TEST_P(GuardPagesExtensionLanes, CameraSizes)
+{
+    REQUIRE_LANE_WIDTH(GetParam());
+    expect_clean_sweep({camera_sizes(), representative_slot_sets()}, extension_in_lanes(GetParam()));
+}
+
+INSTANTIATE_TEST_SUITE_P(LaneWidths, GuardPagesExtensionLanes, ::testing::Values(8u, 16u),
+                         [](const ::testing::TestParamInfo<unsigned>& width) {
+                             return std::to_string(width.param) + "Lanes";
+                         });

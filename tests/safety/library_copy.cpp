@@ -23,7 +23,7 @@ Function look_up(void* handle, const char* name)
 
 }  // namespace
 
-Library_copy::Library_copy(const std::string& library, std::initializer_list<std::string> companions)
+Library_copy::Library_copy(const std::string& library, const std::vector<std::string>& companions)
 {
     std::string pattern = (fs::temp_directory_path() / "ksi_safety_library_XXXXXX").string();
     if (mkdtemp(pattern.data()) == nullptr)

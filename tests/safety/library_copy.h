@@ -7,8 +7,8 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <initializer_list>
 #include <string>
+#include <vector>
 
 namespace safety {
 
@@ -26,7 +26,7 @@ class Library_copy {
 public:
     // library: the built shared object; companions: files copied beside it
     // under their own names.
-    Library_copy(const std::string& library, std::initializer_list<std::string> companions);
+    Library_copy(const std::string& library, const std::vector<std::string>& companions);
     ~Library_copy();
     Library_copy(const Library_copy&) = delete;
     Library_copy& operator=(const Library_copy&) = delete;
