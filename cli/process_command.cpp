@@ -1,0 +1,191 @@
+// ksi-polarization process: files and directories of raw mosaics in, the
+// requested polarization images out, one frame per thread at a time.
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <thread>
+
+#include "image_reading.h"
+#include "progress_display.h"
+#include "subcommands.h"
+#include "transform_options.h"
+
+namespace ksi_cli {
+namespace {
+
+namespace kp = kestrion::polarization;
+
+struct Process_options {
+    Transform_options transform;
+    std::vector<std::string> inputs;
+    std::string raw_size;
+    std::string raw_format = "u16le";
+    std::optional<Raw_layout> raw;
+    unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
+};
+
+void report(Progress_display& progress, const std::string& what, const std::string& reason)
+{
+    progress.report_error("ksi-polarization: " + what + ": " + reason);
+}
+
+// Files named on the command line stay as they are, missing ones included:
+// reading them reports what is wrong. A directory stands for its image
+// files, in name order.
+// Runs before the progress bar exists, so it writes its lines directly.
+std::vector<std::filesystem::path> expand_inputs(const Process_options& options, bool& failed)
+{
+    std::vector<std::filesystem::path> files;
+    for (const std::string& input : options.inputs) {
+        std::error_code error;
+        if (!std::filesystem::is_directory(input, error)) {
+            files.emplace_back(input);
+            continue;
+        }
+        std::vector<std::filesystem::path> found;
+        for (std::filesystem::directory_iterator entry(input, error), end; !error && entry != end;
+             entry.increment(error))
+            if (entry->is_regular_file(error) && is_input_file_name(entry->path(), options.raw.has_value()))
+                found.push_back(entry->path());
+        if (error) {
+            std::fprintf(stderr, "ksi-polarization: %s: unreadable directory (%s)\n", input.c_str(),
+                         error.message().c_str());
+            failed = true;
+        } else if (found.empty()) {
+            std::fprintf(stderr, "ksi-polarization: %s: %s\n", input.c_str(),
+                         options.raw ? "directory without *.raw files"
+                                     : "directory without image files (*.png, *.tif, *.tiff, *.pgm)");
+            failed = true;
+        }
+        std::sort(found.begin(), found.end());
+        files.insert(files.end(), found.begin(), found.end());
+    }
+    return files;
+}
+
+std::string refusal_reason(const kp::Status_error& error)
+{
+    const bool too_small = error.status() == status_invalid_width || error.status() == status_invalid_height;
+    return std::string(too_small ? "too small for the library (" : "refused by the library (") + error.what() + ")";
+}
+
+struct Batch_totals {
+    std::atomic<std::size_t> succeeded{0};
+    std::atomic<std::size_t> failed{0};
+    std::atomic<std::uint64_t> pixels{0};
+};
+
+void work_through(const std::vector<std::filesystem::path>& files, std::atomic<std::size_t>& next,
+                  const kp::Processor& processor, const Process_options& options, Progress_display& progress,
+                  Batch_totals& totals, Stage_times& times)
+{
+    Frame frame;
+    Frame_processor frame_processor(processor, options.transform.settings);
+    for (std::size_t index; (index = next++) < files.size();) {
+        const std::filesystem::path& file = files[index];
+        try {
+            const auto start = std::chrono::steady_clock::now();
+            read_frame(file, options.raw, frame);
+            times.decode += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+            frame_processor.process(frame, file.stem().string(), times);
+            totals.pixels += frame.pixels.size();
+            ++totals.succeeded;
+        } catch (const Input_error& error) {
+            report(progress, file.string(), error.what());
+            ++totals.failed;
+        } catch (const kp::Status_error& error) {
+            report(progress, file.string(), refusal_reason(error));
+            ++totals.failed;
+        } catch (const std::exception& error) {
+            report(progress, file.string(), error.what());
+            ++totals.failed;
+        }
+        progress.frame_done();
+    }
+}
+
+int run_process(const Process_options& options)
+{
+    bool failed = false;
+    const std::vector<std::filesystem::path> files = expand_inputs(options, failed);
+
+    const std::filesystem::path& directory = options.transform.settings.directory;
+    std::error_code error;
+    std::filesystem::create_directories(directory, error);
+    if (error) {
+        std::fprintf(stderr, "ksi-polarization: cannot create the output directory %s: %s\n", directory.c_str(),
+                     error.message().c_str());
+        return exit_failure;
+    }
+
+    kp::Module module;
+    kp::Processor processor;
+    if (options.transform.calibration)
+        processor.set_calibration(*options.transform.calibration);
+
+    const unsigned threads = static_cast<unsigned>(std::min<std::size_t>(options.jobs, std::max<std::size_t>(1, files.size())));
+    Progress_display progress(files.size());
+    Batch_totals totals;
+    std::vector<Stage_times> times(threads);
+    std::atomic<std::size_t> next{0};
+    const auto start = std::chrono::steady_clock::now();
+    {
+        std::vector<std::thread> workers;
+        for (unsigned worker = 1; worker < threads; ++worker)
+            workers.emplace_back(work_through, std::cref(files), std::ref(next), std::cref(processor),
+                                 std::cref(options), std::ref(progress), std::ref(totals),
+                                 std::ref(times[worker]));
+        work_through(files, next, processor, options, progress, totals, times[0]);
+        for (std::thread& worker : workers)
+            worker.join();
+    }
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    progress.finish();
+
+    Stage_times total;
+    for (const Stage_times& worker_times : times)
+        total += worker_times;
+    const double megapixels = totals.pixels / 1e6;
+    std::printf("%zu of %zu frames done (%zu failed), %.1f Mpixel in %.2f s: transforms %.1f Mpixel/s, whole run "
+                "%.1f Mpixel/s; time summed over %u threads: decode %.2f s, transform %.2f s, pictures %.2f s, "
+                "encode %.2f s\n",
+                totals.succeeded.load(), files.size(), totals.failed.load(), megapixels, seconds,
+                total.transform > 0 ? megapixels / total.transform : 0.0, seconds > 0 ? megapixels / seconds : 0.0,
+                threads, total.decode, total.transform, total.pictures, total.encode);
+    return failed || totals.failed > 0 ? exit_failure : exit_success;
+}
+
+}  // namespace
+
+void add_process_subcommand(CLI::App& application, Subcommand_action& action)
+{
+    auto options = std::make_shared<Process_options>();
+    CLI::App* command = application.add_subcommand(
+        "process", "Turn raw mosaics (PNG, TIFF, PGM or raw dumps) into polarization images");
+    add_transform_options(*command, options->transform);
+    CLI::Option* raw = command->add_option("--raw", options->raw_size, "Inputs are headerless raw dumps of this size")
+                           ->type_name("WIDTHxHEIGHT");
+    command->add_option("--raw-format", options->raw_format, "Samples of the raw dumps: u8, u16le (default), u16be")
+        ->check(CLI::IsMember({"u8", "u16le", "u16be"}))
+        ->needs(raw);
+    command->add_option("-j,--jobs", options->jobs, "Frames processed at once, one per thread (default: all cores)")
+        ->check(CLI::Range(1, 1024));
+    command->add_option("INPUT", options->inputs, "Image files, raw dumps, or directories of them")->required();
+    command->callback([options, &action] {
+        if (!options->raw_size.empty()) {
+            long long width = 0, height = 0;
+            if (!parse_integer_pair(options->raw_size, 'x', width, height) || width < 0 || height < 0 ||
+                width > INT32_MAX || height > INT32_MAX)
+                throw CLI::ValidationError("--raw", "'" + options->raw_size + "' is not WIDTHxHEIGHT");
+            const Raw_sample_format format = options->raw_format == "u8"      ? Raw_sample_format::u8
+                                             : options->raw_format == "u16be" ? Raw_sample_format::u16be
+                                                                              : Raw_sample_format::u16le;
+            options->raw = Raw_layout{static_cast<std::int32_t>(width), static_cast<std::int32_t>(height), format};
+        }
+        action = [options] { return run_process(*options); };
+    });
+}
+
+}  // namespace ksi_cli
