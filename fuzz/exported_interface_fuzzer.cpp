@@ -278,10 +278,14 @@ void run_transform(FuzzedDataProvider& data, Model& model)
     const bool input_given = data.ConsumeIntegralInRange(0, 15) != 0;
 
     // Each slot: absent, its own buffer, the input, or another slot's buffer.
+    // Slot 0 holds two floats per pixel, so it never takes a 16-bit slot's
+    // smaller buffer: that would be the caller's overflow, not the library's.
     std::array<int, 6> source{};  // -1 absent, 6 input, else the slot whose buffer it takes
     for (int slot = 0; slot < 6; ++slot) {
         const int choice = data.ConsumeIntegralInRange(0, 9);
         source[slot] = choice < 4 ? -1 : choice < 8 ? slot : choice == 8 ? 6 : data.ConsumeIntegralInRange(0, 5);
+        if (slot == 0 && source[slot] >= 1 && source[slot] <= 5)
+            source[slot] = 0;
     }
 
     Transform_buffers buffers;
