@@ -124,7 +124,7 @@ TEST(GuardPagesHarness, EachPlacementTouchesItsGuardPage)
 TEST(GuardPagesExported, LocalKernelsEverySmallSizeSlotSetAndPhase)
 {
     std::printf("local kernels in the %s\n", local_form_name());
-    const Sweep_result result = sweep_local_kernels({small_sizes(), every_slot_set()});
+    const Sweep_result result = sweep_local_kernels(small_size_plan());
     EXPECT_EQ(result.failure_count, 0u) << describe(result);
     std::printf("%s\n", describe(result).c_str());
 }
@@ -140,7 +140,7 @@ TEST(GuardPagesExported, LocalKernelsCameraSizes)
 TEST(GuardPagesExtension, EverySmallSizeSlotSetAndPhase)
 {
     REQUIRE_AVX2();
-    const Sweep_result result = sweep_extension({small_sizes(), every_slot_set()});
+    const Sweep_result result = sweep_extension(small_size_plan());
     EXPECT_EQ(result.failure_count, 0u) << describe(result);
     std::printf("%s\n", describe(result).c_str());
 }
@@ -159,9 +159,7 @@ TEST(GuardPagesEmulated, BaselineFormEverySmallSizeSlotSetAndPhase)
     // Emulation is slow: each slot set meets one phase and scale per size,
     // all of them over the sizes. GuardPagesInternal runs every combination
     // of the baseline form natively.
-    Sweep_plan plan{small_sizes(), every_slot_set()};
-    plan.every_phase_and_scale = false;
-    const Sweep_result result = sweep_local_kernels(plan);
+    const Sweep_result result = sweep_local_kernels(small_size_plan(false));
     EXPECT_EQ(result.failure_count, 0u) << describe(result);
     std::printf("%s\n", describe(result).c_str());
 }

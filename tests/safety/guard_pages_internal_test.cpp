@@ -76,12 +76,12 @@ void expect_clean_sweep(const Sweep_plan& plan, const Guarded_runner& runner)
 TEST(GuardPagesInternal, Sse41FormEverySmallSizeSlotSetAndPhase)
 {
     REQUIRE_SSE41();
-    expect_clean_sweep({small_sizes(), every_slot_set()}, dispatcher(true));
+    expect_clean_sweep(small_size_plan(), dispatcher(true));
 }
 
 TEST(GuardPagesInternal, BaselineFormEverySmallSizeSlotSetAndPhase)
 {
-    expect_clean_sweep({small_sizes(), every_slot_set()}, dispatcher(false));
+    expect_clean_sweep(small_size_plan(), dispatcher(false));
 }
 
 TEST(GuardPagesInternal, Sse41FormCameraSizes)
@@ -100,7 +100,7 @@ class GuardPagesExtensionLanes : public ::testing::TestWithParam<unsigned> {};
 TEST_P(GuardPagesExtensionLanes, EverySmallSizeSlotSetAndPhase)
 {
     REQUIRE_LANE_WIDTH(GetParam());
-    expect_clean_sweep({small_sizes(), every_slot_set()}, extension_in_lanes(GetParam()));
+    expect_clean_sweep(small_size_plan(), extension_in_lanes(GetParam()));
 }
 
 TEST_P(GuardPagesExtensionLanes, CameraSizes)

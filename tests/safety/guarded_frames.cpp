@@ -175,6 +175,13 @@ Sweep_result sweep_guarded_frames(const Sweep_plan& plan, const Guarded_runner& 
     return result;
 }
 
+Sweep_plan small_size_plan(bool every_phase_and_scale)
+{
+    Sweep_plan plan{small_sizes(), every_slot_set()};
+    plan.every_phase_and_scale = every_phase_and_scale;
+    return plan;
+}
+
 std::string describe(const Sweep_result& result)
 {
     std::ostringstream text;

@@ -77,4 +77,16 @@ Sweep_result sweep_guarded_frames(const Sweep_plan& plan, const Guarded_runner& 
 
 std::string describe(const Sweep_result& result);
 
+// Instrumented builds run several times slower; AddressSanitizer already
+// watches the ordinary allocations of every other test there.
+#ifdef KSI_SAFETY_SANITIZED
+constexpr bool sanitized_build = true;
+#else
+constexpr bool sanitized_build = false;
+#endif
+
+// Every size from 2x2 to 40x40 with every slot set; every phase and both
+// scales with each unless asked otherwise (emulated or instrumented runs).
+Sweep_plan small_size_plan(bool every_phase_and_scale = !sanitized_build);
+
 }  // namespace safety

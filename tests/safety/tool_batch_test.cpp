@@ -60,18 +60,18 @@ std::string pgm_16(unsigned width, unsigned height, unsigned seed)
     return bytes;
 }
 
-struct Run {
+struct Tool_run {
     int exit_status = -1;
     std::string error_output;
 };
 
-Run run_tool(const std::vector<std::string>& arguments, const fs::path& error_file)
+Tool_run run_tool(const std::vector<std::string>& arguments, const fs::path& error_file)
 {
     std::string command = KSI_TOOL_FILE;
     for (const std::string& argument : arguments)
         command += " '" + argument + "'";
     command += " 2>'" + error_file.string() + "'";
-    Run run;
+    Tool_run run;
     const int status = std::system(command.c_str());
     run.exit_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     std::ifstream stream(error_file);
@@ -112,7 +112,7 @@ TEST(ToolBatch, FailingFilesOnManyThreadsLeaveNoSanitizerReport)
         std::vector<std::string> arguments = {"process", "--phase", "45", "-j", threads, "--outputs",
                                               "s0,aolp,dolp,aolp_color", "-o", (batch.root / "out").string(),
                                               (batch.root / "in").string()};
-        const Run run = run_tool(arguments, batch.root / "errors.txt");
+        const Tool_run run = run_tool(arguments, batch.root / "errors.txt");
         EXPECT_EQ(run.exit_status, 1) << "-j " << threads << ": some files fail, so the status is 1\n"
                                       << run.error_output;
         for (const char* sanitizer : {"Sanitizer", "runtime error"})
