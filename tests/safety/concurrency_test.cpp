@@ -23,7 +23,7 @@
 
 #include "library_copy.h"
 
-using namespace safety;
+using namespace ksi_test;
 
 namespace {
 

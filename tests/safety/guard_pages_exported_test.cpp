@@ -19,6 +19,7 @@
 #include "library_copy.h"
 
 using namespace safety;
+using namespace ksi_test;
 
 namespace {
 

@@ -5,22 +5,17 @@
 // none, the extension when it is there.
 #pragma once
 
-#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
 
-namespace safety {
+#include "module_test_support.h"
+
+namespace ksi_test {
 
 using Status_function = int (*)();
 using Create_function = int (*)(void**);
 using Destroy_function = int (*)(void*);
-using Transform_function = int (*)(void*, std::int32_t, const std::uint16_t*, std::int32_t, std::int32_t,
-                                   std::int32_t, std::int32_t, std::uint32_t, std::uint16_t, float*,
-                                   std::uint16_t*, std::uint16_t*, std::uint16_t*, std::uint16_t*,
-                                   std::uint16_t*);
-
-constexpr char extension_file_name[] = "libkestrion_ksi_polarization_processor_vector_avx2.so";
 
 class Library_copy {
 public:
@@ -32,6 +27,7 @@ public:
     Library_copy& operator=(const Library_copy&) = delete;
 
     const std::filesystem::path& directory() const { return directory_; }
+    void* handle() const { return handle_; }
 
     Status_function initialize = nullptr;
     Status_function terminate = nullptr;
@@ -44,11 +40,7 @@ private:
     void* handle_ = nullptr;
 };
 
-// True when a library of that file name is open in this process (asks the
-// loader with RTLD_NOLOAD, so it never opens anything itself).
-bool library_is_open(const char* file_name);
-
 // The directory from which an open library was loaded, or empty.
 std::filesystem::path directory_of_open_library(const char* file_name);
 
-}  // namespace safety
+}  // namespace ksi_test

@@ -8,7 +8,7 @@
 
 namespace fs = std::filesystem;
 
-namespace safety {
+namespace ksi_test {
 
 namespace {
 
@@ -25,7 +25,7 @@ Function look_up(void* handle, const char* name)
 
 Library_copy::Library_copy(const std::string& library, const std::vector<std::string>& companions)
 {
-    std::string pattern = (fs::temp_directory_path() / "ksi_safety_library_XXXXXX").string();
+    std::string pattern = (fs::temp_directory_path() / "ksi_library_copy_XXXXXX").string();
     if (mkdtemp(pattern.data()) == nullptr)
         throw std::runtime_error("cannot create a directory from " + pattern);
     directory_ = pattern;
@@ -51,15 +51,6 @@ Library_copy::~Library_copy()
     fs::remove_all(directory_, ignored);
 }
 
-bool library_is_open(const char* file_name)
-{
-    void* handle = dlopen(file_name, RTLD_LAZY | RTLD_NOLOAD);
-    if (handle == nullptr)
-        return false;
-    dlclose(handle);
-    return true;
-}
-
 fs::path directory_of_open_library(const char* file_name)
 {
     void* handle = dlopen(file_name, RTLD_LAZY | RTLD_NOLOAD);
@@ -73,4 +64,4 @@ fs::path directory_of_open_library(const char* file_name)
     return result;
 }
 
-}  // namespace safety
+}  // namespace ksi_test
