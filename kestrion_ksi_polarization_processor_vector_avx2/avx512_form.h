@@ -38,6 +38,7 @@ struct Avx512_form {
     static KSI_LANE_OPERATION void store_lanes(std::uint16_t* destination, const Lanes (&limited)[Count])
     {
         static_assert(Count == 1, "one vector per step");
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(destination), _mm512_cvtusepi32_epi16(_mm512_cvtps_epi32(limited[0])));
+        const __m256i narrowed = _mm512_cvtusepi32_epi16(_mm512_cvtps_epi32(limited[0]));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(destination), narrowed);
     }
 };

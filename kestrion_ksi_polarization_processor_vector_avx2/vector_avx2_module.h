@@ -15,8 +15,8 @@ KSI_EXTENSION_EXPORT int kl_polarization_processor_vector_avx2_module_initialize
 // The whole transform of a validated record, in the width chosen by
 // initialise. Called only after initialise returned 0; from any number of
 // threads at once. Always returns 0.
-KSI_EXTENSION_EXPORT int kl_polarization_processor_transform_vector_avx2(const Polarization_computation_arguments& arguments,
-                                                                         const Calibration_matrices& matrices);
+KSI_EXTENSION_EXPORT int kl_polarization_processor_transform_vector_avx2(
+    const Polarization_computation_arguments& arguments, const Calibration_matrices& matrices);
 
 // Nothing to release: the choice stays as it is until the object is unloaded.
 KSI_EXTENSION_EXPORT void kl_polarization_processor_vector_avx2_module_terminate();

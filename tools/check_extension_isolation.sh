@@ -21,27 +21,8 @@
 # its kind: then it is not looking at the kernels and proves nothing.
 set -euo pipefail
 
-if [[ $# -ne 1 ]]; then
-    echo "usage: $0 <shared object>" >&2
-    exit 2
-fi
-library="$1"
-if [[ ! -f "$library" ]]; then
-    echo "$0: no such file: $library" >&2
-    exit 2
-fi
-objdump_program="${OBJDUMP:-objdump}"
-if ! command -v "$objdump_program" >/dev/null 2>&1; then
-    echo "$0: $objdump_program not found" >&2
-    exit 2
-fi
-
-listing="$(mktemp)"
-trap 'rm -f "$listing"' EXIT
-if ! "$objdump_program" -d -C -M intel --insn-width=16 "$library" >"$listing"; then
-    echo "$0: $objdump_program failed on $library" >&2
-    exit 2
-fi
+source "$(dirname "${BASH_SOURCE[0]}")/disassembly_listing.sh"
+disassemble_argument "$0" "$@" -- -d -C -M intel --insn-width=16
 
 awk -v library="$library" '
 BEGIN {

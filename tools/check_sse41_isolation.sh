@@ -19,27 +19,8 @@
 # Every offending instruction is printed with its function and address.
 set -euo pipefail
 
-if [[ $# -ne 1 ]]; then
-    echo "usage: $0 <shared object>" >&2
-    exit 2
-fi
-library="$1"
-if [[ ! -f "$library" ]]; then
-    echo "$0: no such file: $library" >&2
-    exit 2
-fi
-objdump_program="${OBJDUMP:-objdump}"
-if ! command -v "$objdump_program" >/dev/null 2>&1; then
-    echo "$0: $objdump_program not found" >&2
-    exit 2
-fi
-
-listing="$(mktemp)"
-trap 'rm -f "$listing"' EXIT
-if ! "$objdump_program" -d --no-show-raw-insn -C -M intel "$library" >"$listing"; then
-    echo "$0: $objdump_program failed on $library" >&2
-    exit 2
-fi
+source "$(dirname "${BASH_SOURCE[0]}")/disassembly_listing.sh"
+disassemble_argument "$0" "$@" -- -d --no-show-raw-insn -C -M intel
 
 awk -v library="$library" '
 function add(set, words,    n, i, list) {

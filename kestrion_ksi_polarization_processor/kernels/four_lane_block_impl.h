@@ -199,15 +199,16 @@ void generate_four_lane_row_pair(const Four_lane_constants& frame_constants,
                                       Has_azimuth, Has_dolp, typename Form::Four_lane_form>;
     const Four_lane_constants constants = frame_constants;
     const Block_outputs outputs = {arguments.input,    arguments.normalized_stokes, arguments.s0_image,
-                                             arguments.s1_image, arguments.s2_image,          arguments.azimuth_image,
-                                             arguments.dolp_image};
+                                   arguments.s1_image, arguments.s2_image,          arguments.azimuth_image,
+                                   arguments.dolp_image};
     const std::size_t columns = arguments.columns;
     const std::size_t upper_row = std::size_t(row) * columns;
     const std::size_t block_end = 4 * std::size_t(blocks);
     std::size_t column = 0;
-    if constexpr (Form::blocks_per_vector > 1)
-        column = Block::template steps<1>(outputs, widened<sizeof(typename Form::Lanes) / sizeof(float)>(constants), upper_row, column,
-                                          block_end, columns);
+    if constexpr (Form::blocks_per_vector > 1) {
+        constexpr unsigned width = sizeof(typename Form::Lanes) / sizeof(float);
+        column = Block::template steps<1>(outputs, widened<width>(constants), upper_row, column, block_end, columns);
+    }
     // Two four-lane blocks side by side share loads and stores; the azimuth
     // keeps too many values live for that, and runs one block at a time
     // without spills.

@@ -24,7 +24,8 @@ template <class Callback, class Indices, class Native_scale, class Has_normalize
 void choose(Frame_facts facts, const Polarization_computation_arguments& arguments,
             const Calibration_matrices& matrices, Family_flags&... family_flags)
 {
-    var_to_template<Callback, 7 + sizeof...(Family_flags), std::tuple<Indices, Native_scale, Has_normalized_pair>>::impl(
+    using Chosen = std::tuple<Indices, Native_scale, Has_normalized_pair>;
+    var_to_template<Callback, 7 + sizeof...(Family_flags), Chosen>::impl(
         facts.has_s0, std::move(facts.has_s1), std::move(facts.has_s2), std::move(facts.has_azimuth),
         std::move(facts.has_dolp), std::move(facts.even_rows), std::move(facts.even_columns), family_flags...,
         arguments, matrices);

@@ -87,8 +87,9 @@ int check_frames(Exported_library& library, unsigned lane_width_chosen)
                 return 1;
             }
             if (lane_width_chosen != 0) {
+                const Calibration_matrices matrices = matrices_of_phase(angle_matrices, c.phase);
                 const Frame_outputs forced = run_extension(lane_width_chosen, frame, c.slots, c.phase, c.bit_depth,
-                                                           c.output_maximum, matrices_of_phase(angle_matrices, c.phase));
+                                                           c.output_maximum, matrices);
                 const Comparison forced_comparison = compare_outputs(expected, forced, "forced " + context);
                 if (!forced_comparison.equal) {
                     std::fprintf(stderr, "mismatch in the chosen width\n%s", forced_comparison.report.c_str());

@@ -27,25 +27,6 @@ Frame_outputs run_extension(unsigned lane_width, const Frame& frame, Slot_set sl
 Frame_outputs run_local_sse41(const Frame& frame, Slot_set slots, std::int32_t polar_phase, std::uint32_t bit_depth,
                               std::uint16_t output_maximum, const Calibration_matrices& matrices);
 
-// One randomised frame description.
-struct Frame_case {
-    unsigned rows = 0, columns = 0;
-    std::int32_t phase = 0;
-    std::uint32_t bit_depth = 12;
-    std::uint16_t output_maximum = 4095;
-    Slot_set slots = all_slots;
-    int matrices_kind = 0;  // 0 default, 1 random, 2 random with non-finite weights
-    Texture texture = Texture::uniform;
-    std::uint32_t seed = 0;
-
-    std::string describe() const;
-    Frame frame() const;
-    Angle_matrices angle_matrices() const;
-};
-
-std::uint16_t random_output_maximum(std::mt19937& random, std::uint32_t bit_depth);
-Frame_case random_case(std::mt19937& random, unsigned rows, unsigned columns);
-
 // The extension in `lane_width` lanes against the local SSE4.1 kernels.
 Comparison compare_with_local(unsigned lane_width, const Frame_case& c);
 

@@ -22,76 +22,11 @@ using namespace kernel_test_support;
 
 namespace {
 
-// One randomised frame: everything a kernel depends on.
-struct Frame_case {
-    unsigned rows = 0, columns = 0;
-    std::int32_t phase = 0;  // the record's phase (after re-basing)
-    std::uint32_t bit_depth = 12;
-    std::uint16_t output_maximum = 4095;
-    Slot_set slots = all_slots;
-    int matrices_kind = 0;  // 0 default, 1 random, 2 random with non-finite weights
-    Texture texture = Texture::uniform;
-    std::uint32_t seed = 0;
-
-    std::string describe() const
-    {
-        std::ostringstream s;
-        s << rows << "x" << columns << " phase " << phase << " bit_depth " << bit_depth << " output_maximum "
-          << output_maximum << (is_native_scale(bit_depth, output_maximum) ? " (native)" : " (rescaled)")
-          << " slots " << slot_set_name(slots) << " matrices "
-          << (matrices_kind == 0 ? "default" : matrices_kind == 1 ? "random" : "random+non-finite") << " texture "
-          << texture_name(texture) << " seed " << seed;
-        return s.str();
-    }
-};
-
-std::uint16_t random_output_maximum(std::mt19937& random, std::uint32_t bit_depth)
-{
-    std::uniform_int_distribution<int> choice(0, 9);
-    const int c = choice(random);
-    if (c < 4 && bit_depth > 0)
-        return std::uint16_t((1u << bit_depth) - 1u);  // native scale
-    static const std::uint16_t common[] = {65535, 4095, 255, 1, 1000, 65534, 1023, 16383};
-    if (c < 7)
-        return common[std::uniform_int_distribution<int>(0, 7)(random)];
-    return std::uint16_t(std::uniform_int_distribution<int>(1, 65535)(random));
-}
-
-Frame_case random_case(std::mt19937& random, unsigned rows, unsigned columns)
-{
-    Frame_case c;
-    c.rows = rows;
-    c.columns = columns;
-    c.phase = std::uniform_int_distribution<int>(0, 3)(random);
-    c.bit_depth = std::uint32_t(std::uniform_int_distribution<int>(0, 16)(random));
-    c.output_maximum = random_output_maximum(random, c.bit_depth);
-    c.slots = Slot_set(std::uniform_int_distribution<int>(1, 63)(random));
-    const int m = std::uniform_int_distribution<int>(0, 5)(random);
-    c.matrices_kind = m < 3 ? 0 : m < 5 ? 1 : 2;
-    c.texture = random_texture(random);
-    c.seed = std::uint32_t(random());
-    return c;
-}
-
-Angle_matrices case_matrices(const Frame_case& c)
-{
-    if (c.matrices_kind == 0)
-        return default_angle_matrices();
-    std::mt19937 random(c.seed ^ 0x9E3779B9u);
-    return random_angle_matrices(random, c.matrices_kind == 2);
-}
-
-Frame case_frame(const Frame_case& c)
-{
-    std::mt19937 random(c.seed);
-    return random_frame(random, c.rows, c.columns, c.bit_depth, c.texture);
-}
-
 // Runs the case through generate_polarization_output_data and compares.
 Comparison check_dispatcher(const Frame_case& c, Block_form form)
 {
-    const Frame frame = case_frame(c);
-    const Angle_matrices angle_matrices = case_matrices(c);
+    const Frame frame = c.frame();
+    const Angle_matrices angle_matrices = c.angle_matrices();
     const Calibration_matrices matrices = matrices_of_phase(angle_matrices, c.phase);
     const Frame_outputs actual = run_dispatcher(frame, c.slots, c.phase, c.bit_depth, c.output_maximum, matrices,
                                                 form == Block_form::sse41);
@@ -105,8 +40,8 @@ Comparison check_dispatcher(const Frame_case& c, Block_form form)
 Comparison check_transform(Processor_session& session, const Frame_case& c, std::int32_t origin_x,
                            std::int32_t origin_y, std::int32_t sensor_phase)
 {
-    const Frame frame = case_frame(c);
-    const Angle_matrices angle_matrices = case_matrices(c);
+    const Frame frame = c.frame();
+    const Angle_matrices angle_matrices = c.angle_matrices();
     EXPECT_EQ(session.set_coefficients(angle_matrices), 0);
     const std::int32_t phase = rebased_phase(sensor_phase, origin_x, origin_y);
     const Calibration_matrices matrices = matrices_of_phase(angle_matrices, phase);
@@ -194,8 +129,8 @@ TEST(FourLaneBlockBothForms, OutOfRangePhaseValuesBehaveAsPhaseZero)
             const Comparison comparison = check_dispatcher(c, form);
             EXPECT_TRUE(comparison.equal) << comparison.report;
             // And the same frame as phase 0 gives the same pixels.
-            const Frame frame = case_frame(c);
-            const Angle_matrices m = case_matrices(c);
+            const Frame frame = c.frame();
+            const Angle_matrices m = c.angle_matrices();
             const Frame_outputs as_given = run_dispatcher(frame, c.slots, phase, c.bit_depth, c.output_maximum,
                                                           matrices_of_phase(m, 0), form == Block_form::sse41);
             const Frame_outputs as_zero = run_dispatcher(frame, c.slots, 0, c.bit_depth, c.output_maximum,
@@ -316,8 +251,8 @@ TEST(FourLaneBlockBothForms, FramesWithoutBlockMatchScalarOnlySweep)
         for (Block_form form : {Block_form::sse41, Block_form::baseline}) {
             const Frame_case c = random_case(random, shape.first, shape.second);
             ASSERT_EQ(four_lane_reference::block_end(c.rows, c.columns), 0u);
-            const Frame frame = case_frame(c);
-            const Angle_matrices m = case_matrices(c);
+            const Frame frame = c.frame();
+            const Angle_matrices m = c.angle_matrices();
             const Calibration_matrices matrices = matrices_of_phase(m, c.phase);
             const Frame_outputs actual = run_dispatcher(frame, c.slots, c.phase, c.bit_depth, c.output_maximum,
                                                         matrices, form == Block_form::sse41);

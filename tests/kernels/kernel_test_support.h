@@ -93,6 +93,28 @@ Frame random_frame(std::mt19937& random, unsigned rows, unsigned columns, std::u
 Texture random_texture(std::mt19937& random);
 const char* texture_name(Texture texture);
 
+// One randomised frame: everything a kernel depends on.
+struct Frame_case {
+    unsigned rows = 0, columns = 0;
+    std::int32_t phase = 0;  // the record's phase (after re-basing)
+    std::uint32_t bit_depth = 12;
+    std::uint16_t output_maximum = 4095;
+    Slot_set slots = all_slots;
+    int matrices_kind = 0;  // 0 default, 1 random, 2 random with non-finite weights
+    Texture texture = Texture::uniform;
+    std::uint32_t seed = 0;
+
+    std::string describe() const;
+    Frame frame() const;
+    Angle_matrices angle_matrices() const;
+};
+
+// An output maximum for a bit depth: often the native one, often a common
+// value, sometimes any.
+std::uint16_t random_output_maximum(std::mt19937& random, std::uint32_t bit_depth);
+// Phase 0 to 3, any bit depth, slot set, matrices and texture.
+Frame_case random_case(std::mt19937& random, unsigned rows, unsigned columns);
+
 // Pixel-by-pixel comparison of every present slot. Slot 0 is compared bit
 // for bit, except that any not-a-number equals any other; slots 1 to 5 must
 // be equal. The report names the first mismatches with their positions and
