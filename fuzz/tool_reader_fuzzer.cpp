@@ -75,10 +75,12 @@ bool has_own_signature(const std::uint8_t* bytes, std::size_t size)
     std::abort();
 }
 
-// A frame the tool hands to the library must describe its own pixels.
+// A frame the tool hands to the library must describe its own pixels. A
+// size the library cannot take (an empty PGM, say) is left for the
+// library's refusal, which the tool reports.
 void check_frame(const ksi_cli::Frame& frame)
 {
-    if (frame.width < 1 || frame.height < 1 ||
+    if (frame.width < 0 || frame.height < 0 ||
         frame.pixels.size() != std::size_t(frame.width) * std::size_t(frame.height))
         fail("a frame of " + std::to_string(frame.width) + "x" + std::to_string(frame.height) + " with " +
              std::to_string(frame.pixels.size()) + " pixels");
