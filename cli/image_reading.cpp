@@ -285,8 +285,20 @@ void read_pgm(std::FILE* file, Frame& frame)
     const std::uint64_t maximum = read_header_number(file);
     if (maximum == 0 || maximum > 65535)
         throw Input_error("truncated or corrupt PGM (maximum value " + std::to_string(maximum) + ")");
+    // The header's size is believed only once the file holds that many
+    // samples: a damaged header must not make the frame huge.
+    const std::uint64_t sample_bytes = maximum < 256 ? 1 : 2;
+    const long header_end = std::ftell(file);
+    const std::uint64_t available = file_size(file) - static_cast<std::uint64_t>(header_end);
+    std::fseek(file, header_end, SEEK_SET);
+    std::uint64_t needed = 0;
+    const bool beyond_counting = __builtin_mul_overflow(width, height, &needed) ||
+                                 __builtin_mul_overflow(needed, sample_bytes, &needed);
+    if (beyond_counting || needed > available)
+        throw Input_error("truncated PGM: needs " + (beyond_counting ? std::string("more than 2^64") : std::to_string(needed)) +
+                          " bytes of samples, has " + std::to_string(available));
     set_frame_size(frame, width, height);
-    read_samples(file, maximum < 256 ? Raw_sample_format::u8 : Raw_sample_format::u16be, frame, "PGM");
+    read_samples(file, sample_bytes == 1 ? Raw_sample_format::u8 : Raw_sample_format::u16be, frame, "PGM");
     std::uint32_t bits = 1;
     while ((std::uint64_t{1} << bits) - 1 < maximum)
         ++bits;

@@ -142,6 +142,17 @@ TEST_F(BadInput, TruncatedPgm)
     expect_refused("cut.pgm", "truncated PGM: needs 400 bytes of samples, has 397");
 }
 
+// A header that promises far more samples than the file holds is refused
+// before any frame of that size exists.
+TEST_F(BadInput, PgmHeaderLargerThanTheFile)
+{
+    const std::string header = "P5  65535652 5 53578\n";
+    std::vector<std::uint8_t> bytes(header.begin(), header.end());
+    bytes.insert(bytes.end(), {0xCA, 0x84, 0x00, 0x01});
+    write_bytes(directory / "huge.pgm", bytes);
+    expect_refused("huge.pgm", "truncated PGM: needs 655356520 bytes of samples, has 4");
+}
+
 TEST_F(BadInput, RawSizeDoesNotMatchTheFile)
 {
     std::vector<std::uint8_t> samples;

@@ -13,87 +13,17 @@
 
 #include <gtest/gtest.h>
 
+#include "library_copy.h"
 #include "module_test_support.h"
 
 using namespace ksi_test;
 namespace fs = std::filesystem;
 
-namespace {
-
-using Status_function = int (*)();
-using Create_function = int (*)(void**);
-using Destroy_function = int (*)(void*);
-
-// A fresh directory holding a copy of the library, and of each given file
-// under its own name; removed again at the end.
-class Library_copy {
-public:
-    explicit Library_copy(std::initializer_list<const char*> companions)
-    {
-        std::string pattern = (fs::temp_directory_path() / "ksi_module_runpath_XXXXXX").string();
-        if (mkdtemp(pattern.data()) == nullptr)
-            throw std::runtime_error("cannot create a directory");
-        directory = pattern;
-        fs::copy_file(KSI_LIBRARY_FILE, directory / fs::path(KSI_LIBRARY_FILE).filename());
-        for (const char* companion : companions)
-            fs::copy_file(companion, directory / fs::path(companion).filename());
-        library = dlopen((directory / fs::path(KSI_LIBRARY_FILE).filename()).c_str(), RTLD_NOW | RTLD_LOCAL);
-        if (library == nullptr)
-            throw std::runtime_error(dlerror());
-        initialize = function<Status_function>("kl_polarization_processor_module_initialize");
-        terminate = function<Status_function>("kl_polarization_processor_module_terminate");
-        create = function<Create_function>("kl_polarization_processor_create_polarization_processor");
-        destroy = function<Destroy_function>("kl_polarization_processor_destroy_polarization_processor");
-        transform = function<Transform_function>("kl_polarization_processor_transform");
-    }
-    ~Library_copy()
-    {
-        if (library != nullptr)
-            dlclose(library);
-        std::error_code ignored;
-        fs::remove_all(directory, ignored);
-    }
-
-    // The directory a library open in this process was loaded from.
-    static fs::path directory_of_open(const char* file_name)
-    {
-        void* handle = dlopen(file_name, RTLD_LAZY | RTLD_NOLOAD);
-        if (handle == nullptr)
-            return {};
-        link_map* map = nullptr;
-        fs::path result;
-        if (dlinfo(handle, RTLD_DI_LINKMAP, &map) == 0 && map != nullptr)
-            result = fs::path(map->l_name).parent_path();
-        dlclose(handle);
-        return result;
-    }
-
-    fs::path directory;
-    void* library = nullptr;
-    Status_function initialize = nullptr;
-    Status_function terminate = nullptr;
-    Create_function create = nullptr;
-    Destroy_function destroy = nullptr;
-    Transform_function transform = nullptr;
-
-private:
-    template <class F>
-    F function(const char* name)
-    {
-        void* symbol = dlsym(library, name);
-        if (symbol == nullptr)
-            throw std::runtime_error(std::string("missing ") + name);
-        return reinterpret_cast<F>(symbol);
-    }
-};
-
-}  // namespace
-
 TEST(RunPath, LibraryCarriesTheOriginRunPath)
 {
-    Library_copy copy({});
+    Library_copy copy(KSI_LIBRARY_FILE, {});
     link_map* map = nullptr;
-    ASSERT_EQ(dlinfo(copy.library, RTLD_DI_LINKMAP, &map), 0);
+    ASSERT_EQ(dlinfo(copy.handle(), RTLD_DI_LINKMAP, &map), 0);
     ASSERT_NE(map, nullptr);
     const char* strings = nullptr;
     const ElfW(Dyn)* runpath = nullptr;
@@ -117,11 +47,11 @@ TEST(RunPath, CompanionLibrariesBesideTheLibraryAreFoundWithoutAnyPath)
     ASSERT_FALSE(library_is_open(logger_file_name));
     ASSERT_FALSE(library_is_open(extension_file_name));
     Event_record record;
-    Library_copy copy({KSI_LOGGER_DOUBLE_FILE, KSI_EXTENSION_DOUBLE_FILE});
+    Library_copy copy(KSI_LIBRARY_FILE, {KSI_LOGGER_DOUBLE_FILE, KSI_EXTENSION_DOUBLE_FILE});
 
     ASSERT_EQ(copy.initialize(), 0);
-    EXPECT_EQ(Library_copy::directory_of_open(logger_file_name), copy.directory);
-    EXPECT_EQ(Library_copy::directory_of_open(extension_file_name), copy.directory);
+    EXPECT_EQ(directory_of_open_library(logger_file_name), copy.directory());
+    EXPECT_EQ(directory_of_open_library(extension_file_name), copy.directory());
     EXPECT_EQ(record.count("get_log"), 1u);
     EXPECT_EQ(record.events_of("initialize"), (std::vector<Event>{{"initialize", "0"}}));
 
@@ -139,7 +69,7 @@ TEST(RunPath, CompanionLibrariesBesideTheLibraryAreFoundWithoutAnyPath)
 TEST(RunPath, NothingBesideTheLibraryMeansSilence)
 {
     Event_record record;
-    Library_copy copy({});
+    Library_copy copy(KSI_LIBRARY_FILE, {});
     ASSERT_EQ(copy.initialize(), 0);
     EXPECT_FALSE(library_is_open(logger_file_name));
     EXPECT_FALSE(library_is_open(extension_file_name));
@@ -164,7 +94,7 @@ TEST(LibraryUnload, UnloadWithoutTerminateRunsTheExtensionsTerminateAndReleasesT
     ASSERT_TRUE(__builtin_cpu_supports("avx2"));
     Event_record record;
     {
-        Library_copy copy({});
+        Library_copy copy(KSI_LIBRARY_FILE, {});
         ASSERT_EQ(copy.initialize(), 0);
         void* processor = nullptr;
         ASSERT_EQ(copy.create(&processor), 0);
