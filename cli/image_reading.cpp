@@ -49,6 +49,28 @@ void set_frame_size(Frame& frame, std::uint64_t width, std::uint64_t height)
     frame.pixels.resize(static_cast<std::size_t>(width * height));
 }
 
+// A header's size is believed only as far as the file can hold the samples:
+// a damaged header must not make the frame huge. Stored samples need their
+// full size in the file; compressed ones expand at most `expansion` times.
+void check_size_against_file(const char* format, std::uint64_t width, std::uint64_t height,
+                             std::uint64_t sample_bytes, std::uint64_t file_bytes, std::uint64_t expansion)
+{
+    std::uint64_t needed = 0, most = 0;
+    const bool beyond_counting = __builtin_mul_overflow(width, height, &needed) ||
+                                 __builtin_mul_overflow(needed, sample_bytes, &needed);
+    if (__builtin_mul_overflow(file_bytes, expansion, &most))
+        most = UINT64_MAX;
+    if (!beyond_counting && needed <= most)
+        return;
+    const std::string size = std::to_string(width) + "x" + std::to_string(height) + " " +
+                             std::to_string(8 * sample_bytes) + "-bit samples ";
+    const std::string file = std::to_string(file_bytes) + " bytes";
+    throw Input_error(std::string("truncated or corrupt ") + format + " (" + size +
+                      (expansion == 1 ? "need more than the file's " + file
+                                      : "cannot be decompressed from a file of " + file) +
+                      ")");
+}
+
 std::uint8_t* frame_bytes(Frame& frame) { return reinterpret_cast<std::uint8_t*>(frame.pixels.data()); }
 
 // 8-bit samples were stored packed in the first width x height bytes of the
@@ -86,6 +108,7 @@ struct Png_reader {
     png_structp png = nullptr;
     png_infop info = nullptr;
     char message[200] = "";
+    std::uint64_t file_bytes = 0;
     ~Png_reader() { png_destroy_read_struct(&png, &info, nullptr); }
 };
 
@@ -133,6 +156,8 @@ bool decode_png(Png_reader& reader, std::FILE* file, Frame& frame)
     const int passes = png_set_interlace_handling(reader.png);
     png_read_update_info(reader.png, reader.info);
 
+    // Deflate, PNG's only compression, expands its data at most 1032 times.
+    check_size_against_file("PNG", width, height, depth / 8, reader.file_bytes, 1032);
     set_frame_size(frame, width, height);
     const std::size_t row_bytes = static_cast<std::size_t>(width) * (depth / 8);
     for (int pass = 0; pass < passes; ++pass)
@@ -157,6 +182,7 @@ void read_png(std::FILE* file, Frame& frame)
         reader.info = png_create_info_struct(reader.png);
     if (reader.info == nullptr)
         throw Input_error("out of memory for the PNG decoder");
+    reader.file_bytes = file_size(file);
     if (!decode_png(reader, file, frame))
         throw Input_error(reader.message);
 }
@@ -209,6 +235,14 @@ void read_tiff(const std::filesystem::path& path, Frame& frame)
     if (photometric == PHOTOMETRIC_MINISWHITE)
         throw Input_error("unsupported photometric interpretation: min-is-white");
 
+    std::uint16_t compression = COMPRESSION_NONE;
+    TIFFGetFieldDefaulted(tiff.get(), TIFFTAG_COMPRESSION, &compression);
+    std::error_code size_error;
+    const std::uintmax_t tiff_bytes = std::filesystem::file_size(path, size_error);
+    // Of the codecs libtiff decodes for grey samples, ZSTD's run-length
+    // blocks expand the most: 32768 times.
+    check_size_against_file("TIFF", width, height, depth / 8, size_error ? 0 : tiff_bytes,
+                            compression == COMPRESSION_NONE ? 1 : 32768);
     set_frame_size(frame, width, height);
     const std::size_t sample_bytes = depth / 8;
     const std::size_t row_bytes = width * sample_bytes;

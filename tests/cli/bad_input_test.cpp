@@ -2,12 +2,85 @@
 // line on stderr that names the file and the reason, nothing written for the
 // bad file, and the good file's outputs complete and correct.
 #include <gtest/gtest.h>
+#include <tiffio.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include "cli_test_support.h"
 
 namespace cli_test {
 namespace {
+
+// A little-endian TIFF of `samples` (8x8, 16-bit) whose directory is then
+// changed to claim `claimed_width` x `claimed_height`.
+std::vector<std::uint8_t> tiff_claiming(const std::filesystem::path& file, const std::vector<std::uint16_t>& samples,
+                                        std::uint32_t claimed_width, std::uint32_t claimed_height,
+                                        std::uint16_t compression)
+{
+    TIFF* tiff = TIFFOpen(file.c_str(), "wl");
+    TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, 8u);
+    TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, 8u);
+    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, std::uint16_t{1});
+    TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, std::uint16_t{16});
+    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
+    TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, 8u);
+    TIFFSetField(tiff, TIFFTAG_COMPRESSION, compression);
+    TIFFWriteEncodedStrip(tiff, 0, const_cast<std::uint16_t*>(samples.data()), 8 * 8 * 2);
+    TIFFClose(tiff);
+
+    std::vector<std::uint8_t> bytes = file_bytes(file);
+    const auto read = [&bytes](std::size_t at, int size) {
+        std::uint32_t value = 0;
+        for (int i = size - 1; i >= 0; --i)
+            value = value << 8 | bytes.at(at + i);
+        return value;
+    };
+    const auto write = [&bytes](std::size_t at, std::uint32_t value, int size) {
+        for (int i = 0; i < size; ++i)
+            bytes.at(at + i) = static_cast<std::uint8_t>(value >> (8 * i));
+    };
+    const std::size_t directory = read(4, 4);
+    for (std::size_t entry = directory + 2; entry < directory + 2 + 12 * read(directory, 2); entry += 12) {
+        const std::uint32_t tag = read(entry, 2);
+        if (tag == TIFFTAG_IMAGEWIDTH || tag == TIFFTAG_IMAGELENGTH) {
+            write(entry + 2, TIFF_LONG, 2);
+            write(entry + 8, tag == TIFFTAG_IMAGEWIDTH ? claimed_width : claimed_height, 4);
+        }
+    }
+    return bytes;
+}
+
+// A PNG whose header claims `width` x `height` 16-bit grey samples, with the
+// compressed data of one row.
+std::vector<std::uint8_t> png_header_alone(std::uint32_t width, std::uint32_t height)
+{
+    std::vector<std::uint8_t> bytes{0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
+    const auto append_big_endian = [&bytes](std::uint32_t value) {
+        for (int shift = 24; shift >= 0; shift -= 8)
+            bytes.push_back(static_cast<std::uint8_t>(value >> shift));
+    };
+    const auto append_chunk = [&](const char* type, std::vector<std::uint8_t> data) {
+        append_big_endian(static_cast<std::uint32_t>(data.size()));
+        std::vector<std::uint8_t> checked(type, type + 4);
+        checked.insert(checked.end(), data.begin(), data.end());
+        bytes.insert(bytes.end(), checked.begin(), checked.end());
+        append_big_endian(static_cast<std::uint32_t>(crc32(0, checked.data(), static_cast<uInt>(checked.size()))));
+    };
+    std::vector<std::uint8_t> header;
+    for (std::uint32_t value : {width, height})
+        for (int shift = 24; shift >= 0; shift -= 8)
+            header.push_back(static_cast<std::uint8_t>(value >> shift));
+    header.insert(header.end(), {16, 0, 0, 0, 0});  // 16-bit grey, deflate, no filter, no interlace
+    append_chunk("IHDR", header);
+    const std::vector<std::uint8_t> row(1 + 2 * static_cast<std::size_t>(width), 0);  // filter byte, samples
+    std::vector<std::uint8_t> compressed(compressBound(static_cast<uLong>(row.size())));
+    uLongf compressed_size = static_cast<uLongf>(compressed.size());
+    compress(compressed.data(), &compressed_size, row.data(), static_cast<uLong>(row.size()));
+    compressed.resize(compressed_size);
+    append_chunk("IDAT", compressed);
+    append_chunk("IEND", {});
+    return bytes;
+}
 
 constexpr std::int32_t width = 20, height = 10;
 const char* const every_output = "normalized,s0,s1,s2,aolp,dolp,aolp_color,dolp_color";
@@ -151,6 +224,35 @@ TEST_F(BadInput, PgmHeaderLargerThanTheFile)
     bytes.insert(bytes.end(), {0xCA, 0x84, 0x00, 0x01});
     write_bytes(directory / "huge.pgm", bytes);
     expect_refused("huge.pgm", "truncated PGM: needs 655356520 bytes of samples, has 4");
+}
+
+// Headers claiming frames far larger than the file could hold (60000x60000
+// pixels, under the tool's limit of 2^32) are refused before the frame is
+// allocated.
+TEST_F(BadInput, StoredTiffClaimingMoreThanTheFileHolds)
+{
+    const std::vector<std::uint8_t> bytes =
+        tiff_claiming(directory / "whole.tif", random_mosaic(8, 8, 16, 31), 60000, 60000, COMPRESSION_NONE);
+    write_bytes(directory / "claims.tif", bytes);
+    expect_refused("claims.tif", "truncated or corrupt TIFF (60000x60000 16-bit samples need more than the "
+                                 "file's " + std::to_string(bytes.size()) + " bytes)");
+}
+
+TEST_F(BadInput, CompressedTiffClaimingMoreThanTheFileHolds)
+{
+    const std::vector<std::uint8_t> bytes =
+        tiff_claiming(directory / "whole.tif", random_mosaic(8, 8, 16, 32), 60000, 60000, COMPRESSION_ADOBE_DEFLATE);
+    write_bytes(directory / "claims.tif", bytes);
+    expect_refused("claims.tif", "truncated or corrupt TIFF (60000x60000 16-bit samples cannot be decompressed "
+                                 "from a file of " + std::to_string(bytes.size()) + " bytes)");
+}
+
+TEST_F(BadInput, PngClaimingMoreThanTheFileHolds)
+{
+    const std::vector<std::uint8_t> bytes = png_header_alone(60000, 60000);
+    write_bytes(directory / "claims.png", bytes);
+    expect_refused("claims.png", "truncated or corrupt PNG (60000x60000 16-bit samples cannot be decompressed "
+                                 "from a file of " + std::to_string(bytes.size()) + " bytes)");
 }
 
 TEST_F(BadInput, RawSizeDoesNotMatchTheFile)

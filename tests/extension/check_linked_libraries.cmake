@@ -20,7 +20,7 @@ if(NOT result EQUAL 0)
 endif()
 
 # The sanitizer runtimes are there only in the instrumented builds.
-set(allowed "^(libstdc\\+\\+|libm|libgcc_s|libc|ld-linux-x86-64|libasan|libubsan)\\.so")
+set(allowed "^(libstdc\\+\\+|libm|libgcc_s|libc|ld-linux-x86-64|libasan|libubsan|libclang_rt\\.asan-x86_64)\\.so")
 string(REGEX MATCHALL "Shared library: \\[[^]]+\\]" needed "${listing}")
 set(offending "")
 foreach(entry IN LISTS needed)

@@ -101,19 +101,19 @@ static_assert(std::is_same<Get_log_function, kl_ksi_get_log_function>::value, "k
 static_assert(std::is_same<Log_function, kl_ksi_log_function>::value, "ksi_log type");
 static_assert(std::is_same<Free_log_function, kl_ksi_free_log_function>::value, "ksi_free_log type");
 
-__attribute__((unused)) static Get_log_function resolve_get_log(void)
+__attribute__((visibility("hidden"))) Get_log_function resolve_get_log(void)
 {
     double_record_lookup("ksi_get_log");
     return &recorded_get_log;
 }
 
-__attribute__((unused)) static Log_function resolve_log(void)
+__attribute__((visibility("hidden"))) Log_function resolve_log(void)
 {
     double_record_lookup("ksi_log");
     return &recorded_log;
 }
 
-__attribute__((unused)) static Free_log_function resolve_free_log(void)
+__attribute__((visibility("hidden"))) Free_log_function resolve_free_log(void)
 {
     double_record_lookup("ksi_free_log");
     return &recorded_free_log;
