@@ -20,29 +20,42 @@ struct Avx2_form {
         Lanes odd;   // per block w1, w1, w3, w3
     };
 
-    // One source row of both blocks from the eight-element load that
-    // Sse41_form makes for the same two blocks: the first block's lanes in the
-    // lower half, the second's in the upper.
+    // One source row of two blocks per vector, from the eight-element load
+    // that Sse41_form makes for the same two blocks: the first block's lanes
+    // in the lower half, the second's in the upper.
     template <unsigned Count>
     static KSI_LANE_OPERATION void widen(const std::uint16_t* row, Row_lanes (&lanes)[Count])
     {
-        static_assert(Count == 1, "one vector per step");
+        static_assert(Count == 1 || Count == 2, "at most two vectors per step");
         prefetch_ahead(row);
-        const __m128i elements = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row));
-        const Lanes w = _mm256_cvtepi32_ps(_mm256_cvtepu16_epi32(elements));
-        lanes[0] = {_mm256_shuffle_ps(w, w, _MM_SHUFFLE(2, 2, 2, 0)), _mm256_shuffle_ps(w, w, _MM_SHUFFLE(3, 3, 1, 1))};
+        for (unsigned vector = 0; vector < Count; ++vector) {
+            const __m128i elements = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + 8 * vector));
+            const Lanes w = _mm256_cvtepi32_ps(_mm256_cvtepu16_epi32(elements));
+            lanes[vector] = {_mm256_shuffle_ps(w, w, _MM_SHUFFLE(2, 2, 2, 0)),
+                             _mm256_shuffle_ps(w, w, _MM_SHUFFLE(3, 3, 1, 1))};
+        }
     }
 
-    // Limited lanes to eight 16-bit elements: rounding conversion under the
-    // current mode, unsigned-saturating pack of both halves, one store.
+    // Limited lanes to 16-bit elements: rounding conversion under the current
+    // mode, then an unsigned-saturating pack of eight lanes into one 128-bit
+    // half, or of two vectors into one 256-bit store. The lanes lie in
+    // 0 .. 65535, where saturation changes nothing.
     template <unsigned Count>
     static KSI_LANE_OPERATION void store_lanes(std::uint16_t* destination, const Lanes (&limited)[Count])
     {
-        static_assert(Count == 1, "one vector per step");
+        static_assert(Count == 1 || Count == 2, "at most two vectors per step");
         prefetch_ahead(destination);
-        const __m256i rounded = _mm256_cvtps_epi32(limited[0]);
-        const __m128i packed =
-            _mm_packus_epi32(_mm256_castsi256_si128(rounded), _mm256_extracti128_si256(rounded, 1));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(destination), packed);
+        const __m256i first = _mm256_cvtps_epi32(limited[0]);
+        if constexpr (Count == 1) {
+            const __m128i packed =
+                _mm_packus_epi32(_mm256_castsi256_si128(first), _mm256_extracti128_si256(first, 1));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(destination), packed);
+        } else {
+            // The pack works within 128-bit halves: first low, second low,
+            // first high, second high; the permutation puts them in order.
+            const __m256i packed = _mm256_packus_epi32(first, _mm256_cvtps_epi32(limited[1]));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(destination),
+                                _mm256_permute4x64_epi64(packed, _MM_SHUFFLE(3, 1, 2, 0)));
+        }
     }
 };

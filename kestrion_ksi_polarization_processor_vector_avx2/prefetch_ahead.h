@@ -1,8 +1,8 @@
 // Software prefetch for the wide forms' row streams. A row pair reads three
 // source rows and writes up to five 16-bit rows at once; on the build machine
 // the processor's own prefetcher left the wide blocks waiting on memory, and
-// asking for the line a kilobyte ahead of every load and store made S0 alone
-// a fifth to a third faster. A prefetch never faults and changes no data, so
+// asking for each row's line a kilobyte ahead at every step made S0 alone a
+// fifth to a third faster. A prefetch never faults and changes no data, so
 // the address may lie beyond the row or the buffer.
 #pragma once
 

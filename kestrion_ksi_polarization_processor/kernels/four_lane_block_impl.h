@@ -204,16 +204,19 @@ void generate_four_lane_row_pair(const Four_lane_constants& frame_constants,
     const std::size_t columns = arguments.columns;
     const std::size_t upper_row = std::size_t(row) * columns;
     const std::size_t block_end = 4 * std::size_t(blocks);
+    // Two neighbouring vectors per step share loads, prefetches and stores;
+    // the azimuth keeps too many values live for that, and runs one vector at
+    // a time without spills.
+    constexpr unsigned vectors_per_step = Has_azimuth ? 1 : 2;
     std::size_t column = 0;
     if constexpr (Form::blocks_per_vector > 1) {
         constexpr unsigned width = sizeof(typename Form::Lanes) / sizeof(float);
-        column = Block::template steps<1>(outputs, widened<width>(constants), upper_row, column, block_end, columns);
+        const auto wide_constants = widened<width>(constants);
+        column = Block::template steps<vectors_per_step>(outputs, wide_constants, upper_row, column, block_end,
+                                                         columns);
+        column = Block::template steps<1>(outputs, wide_constants, upper_row, column, block_end, columns);
     }
-    // Two four-lane blocks side by side share loads and stores; the azimuth
-    // keeps too many values live for that, and runs one block at a time
-    // without spills.
-    constexpr unsigned blocks_per_step = Has_azimuth ? 1 : 2;
-    column = Four_lane::template steps<blocks_per_step>(outputs, constants, upper_row, column, block_end, columns);
+    column = Four_lane::template steps<vectors_per_step>(outputs, constants, upper_row, column, block_end, columns);
     if (column < block_end)
         Four_lane::template blocks<1>(outputs, constants, upper_row + column, columns);
 }
