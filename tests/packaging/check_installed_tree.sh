@@ -76,7 +76,10 @@ deb)
     dpkg-deb -c "$deb" | sed 's/^/  /'
     grep -qx "/usr/lib/$soname" "$work_dir/contents.txt" && pass "the package holds /usr/lib/$soname" ||
         fail "the package has no /usr/lib/$soname"
-    dpkg-deb --ctrl-tarfile "$deb" | tar -t | grep -qx './shlibs' && pass "the package declares its shlibs" ||
+    # Listed first, then searched: `grep -q` leaving a pipe early would fail
+    # the whole pipeline under pipefail whenever tar was still writing.
+    control_files=$(dpkg-deb --ctrl-tarfile "$deb" | tar -t)
+    grep -qx './shlibs' <<<"$control_files" && pass "the package declares its shlibs" ||
         fail "the package has no shlibs file"
     dpkg-deb -x "$deb" "$work_dir/root"
     prefix=$work_dir/root/usr
@@ -115,7 +118,7 @@ for header in kestrion_ksi_polarization_processor.h kestrion_ksi_polarization_pr
     cmp -s "$prefix/include/$header" "$SOURCE_DIR/include/$header" && pass "include/$header" ||
         fail "include/$header is missing or differs from the source"
 done
-readme=$(find "$prefix/share/doc" -name README.md 2>/dev/null | head -1)
+readme=$(find "$prefix/share/doc" -name README.md -print -quit 2>/dev/null || true)
 [[ -n $readme ]] && cmp -s "$readme" "$SOURCE_DIR/README.md" && pass "${readme#"$prefix"/}" ||
     fail "no README.md under share/doc"
 [[ -f $libdir/cmake/$package_file_name/$package_file_name-config.cmake &&
