@@ -131,11 +131,13 @@ Sweep_result sweep_guarded_frames(const Sweep_plan& plan, const Guarded_runner& 
             for (unsigned slots : plan.slot_sets) {
                 for (std::size_t p = 0; p < phase_count; ++p) {
                     const std::size_t turn = size_index + slots;
-                    if (!plan.every_phase_and_scale && p != turn % phase_count)
+                    if (plan.coverage == Coverage::one_phase_one_scale && p != turn % phase_count)
                         continue;
                     const std::int32_t phase = plan.phases[p];
+                    const std::size_t scale_turn =
+                        plan.coverage == Coverage::one_phase_one_scale ? turn / phase_count : turn + p;
                     for (bool native : {true, false}) {
-                        if (!plan.every_phase_and_scale && native != ((turn / phase_count) % 2 == 0))
+                        if (plan.coverage != Coverage::every_phase_both_scales && native != (scale_turn % 2 == 0))
                             continue;
                         const Scale scale = scale_for(native, slots, phase);
                         Guarded_call call{};
@@ -175,10 +177,10 @@ Sweep_result sweep_guarded_frames(const Sweep_plan& plan, const Guarded_runner& 
     return result;
 }
 
-Sweep_plan small_size_plan(bool every_phase_and_scale)
+Sweep_plan small_size_plan(Coverage coverage)
 {
     Sweep_plan plan{small_sizes(), every_slot_set()};
-    plan.every_phase_and_scale = every_phase_and_scale;
+    plan.coverage = sanitized_build ? Coverage::one_phase_one_scale : coverage;
     return plan;
 }
 

@@ -48,16 +48,21 @@ struct Guarded_call {
 // Runs one call and returns the library's status.
 using Guarded_runner = std::function<int(const Guarded_call&)>;
 
+// Which phases and scales each slot set meets at one size. Whatever turns
+// turns with the size, so that over the sizes each slot set still meets
+// every phase with both scales.
+enum class Coverage {
+    every_phase_both_scales,
+    every_phase_one_scale,
+    one_phase_one_scale,  // slow (emulated, instrumented) runs
+};
+
 struct Sweep_plan {
     std::vector<Frame_size> sizes;
     std::vector<unsigned> slot_sets;
     std::vector<std::int32_t> phases{0, 1, 2, 3};
     std::vector<Placement> placements{Placement::ends_at_guard, Placement::starts_after_guard};
-    // Every phase with both scales for each slot set and size; or, for slow
-    // (emulated) runs, one phase and scale per slot set and size, turning
-    // with the size, so that each slot set still meets every phase and
-    // both scales over the sizes.
-    bool every_phase_and_scale = true;
+    Coverage coverage = Coverage::every_phase_both_scales;
 };
 
 struct Sweep_result {
@@ -85,8 +90,9 @@ constexpr bool sanitized_build = true;
 constexpr bool sanitized_build = false;
 #endif
 
-// Every size from 2x2 to 40x40 with every slot set; every phase and both
-// scales with each unless asked otherwise (emulated or instrumented runs).
-Sweep_plan small_size_plan(bool every_phase_and_scale = !sanitized_build);
+// Every size from 2x2 to 40x40 with every slot set; at each size every phase
+// and both scales unless asked otherwise. Instrumented runs take one phase
+// and scale at each size whatever is asked.
+Sweep_plan small_size_plan(Coverage coverage = Coverage::every_phase_both_scales);
 
 }  // namespace safety
