@@ -36,26 +36,37 @@ struct Avx2_form {
         }
     }
 
-    // Limited lanes to 16-bit elements: rounding conversion under the current
-    // mode, then an unsigned-saturating pack of eight lanes into one 128-bit
-    // half, or of two vectors into one 256-bit store. The lanes lie in
-    // 0 .. 65535, where saturation changes nothing.
+    // Two vectors' limited lanes as sixteen 16-bit elements, the first's
+    // then the second's: rounding conversion under the current mode, then an
+    // unsigned-saturating pack. The lanes lie in 0 .. 65535, where saturation
+    // changes nothing. The pack works within 128-bit halves (first low,
+    // second low, first high, second high); the permutation puts them in
+    // order.
+    static KSI_LANE_OPERATION __m256i packed_in_order(Lanes first, Lanes second)
+    {
+        const __m256i packed = _mm256_packus_epi32(_mm256_cvtps_epi32(first), _mm256_cvtps_epi32(second));
+        return _mm256_permute4x64_epi64(packed, _MM_SHUFFLE(3, 1, 2, 0));
+    }
+
+    // Two neighbouring vectors of one row: one pack, one 256-bit store. A
+    // single vector per row goes through store_row_pair.
     template <unsigned Count>
     static KSI_LANE_OPERATION void store_lanes(std::uint16_t* destination, const Lanes (&limited)[Count])
     {
-        static_assert(Count == 1 || Count == 2, "at most two vectors per step");
+        static_assert(Count == 2, "a single vector per row is stored with its row pair");
         prefetch_ahead(destination);
-        const __m256i first = _mm256_cvtps_epi32(limited[0]);
-        if constexpr (Count == 1) {
-            const __m128i packed =
-                _mm_packus_epi32(_mm256_castsi256_si128(first), _mm256_extracti128_si256(first, 1));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(destination), packed);
-        } else {
-            // The pack works within 128-bit halves: first low, second low,
-            // first high, second high; the permutation puts them in order.
-            const __m256i packed = _mm256_packus_epi32(first, _mm256_cvtps_epi32(limited[1]));
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(destination),
-                                _mm256_permute4x64_epi64(packed, _MM_SHUFFLE(3, 1, 2, 0)));
-        }
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(destination), packed_in_order(limited[0], limited[1]));
+    }
+
+    // One vector of each row of a row pair: one pack for both rows, whose
+    // halves go to the two rows; storing the upper half needs no shuffle.
+    static KSI_LANE_OPERATION void store_row_pair(std::uint16_t* upper, std::uint16_t* lower, Lanes upper_limited,
+                                                  Lanes lower_limited)
+    {
+        prefetch_ahead(upper);
+        prefetch_ahead(lower);
+        const __m256i packed = packed_in_order(upper_limited, lower_limited);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(upper), _mm256_castsi256_si128(packed));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(lower), _mm256_extracti128_si256(packed, 1));
     }
 };

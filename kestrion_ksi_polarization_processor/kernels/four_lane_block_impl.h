@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 #include "kernels/four_lane_block.h"
 #include "kernels/lane_operations.h"
@@ -25,7 +26,7 @@ constexpr unsigned vectors_named(std::size_t first, std::size_t last)
 
 // Limits every 16-bit slot: minimum first, so that a not-a-number lands on
 // the maximum, then maximum with 0. Converting and storing the limited lanes
-// is the form's part of store_lanes.
+// is the form's part (store_lanes, store_row_pair).
 template <class L>
 KSI_LANE_OPERATION L clamp_lanes(L v, L maximum)
 {
@@ -41,6 +42,16 @@ struct Block_outputs {
     std::uint16_t* s2_image;
     std::uint16_t* azimuth_image;
     std::uint16_t* dolp_image;
+};
+
+// Whether a form stores one vector of each row of a row pair with a single
+// pack (Form::store_row_pair), rather than each row with its own.
+template <class Form, class = void>
+struct Packs_row_pairs : std::false_type {
+};
+template <class Form>
+struct Packs_row_pairs<Form, std::void_t<decltype(Form::store_row_pair(nullptr, nullptr, typename Form::Lanes{},
+                                                                      typename Form::Lanes{}))>> : std::true_type {
 };
 
 template <class Indices, bool Native_scale, bool Has_normalized_pair, bool Has_s0, bool Has_s1, bool Has_s2,
@@ -124,30 +135,44 @@ struct Four_lane_block {
         return limited;
     }
 
+    // Calls store(image, slot) for every present 16-bit slot, in slot order.
+    template <class Store>
+    static KSI_LANE_OPERATION void for_each_slot(const Outputs& outputs, const Store& store)
+    {
+        if constexpr (Has_s0)
+            store(outputs.s0_image, &Limited_row::s0);
+        if constexpr (Has_s1)
+            store(outputs.s1_image, &Limited_row::s1);
+        if constexpr (Has_s2)
+            store(outputs.s2_image, &Limited_row::s2);
+        if constexpr (Has_azimuth)
+            store(outputs.azimuth_image, &Limited_row::azimuth);
+        if constexpr (Has_dolp)
+            store(outputs.dolp_image, &Limited_row::dolp);
+    }
+
     template <unsigned Count>
     static KSI_LANE_OPERATION void store_rows(const Outputs& outputs, std::size_t element,
                                               const Limited_row (&rows)[Count])
     {
-        if constexpr (Has_s0)
-            store_slot(outputs.s0_image + element, rows, &Limited_row::s0);
-        if constexpr (Has_s1)
-            store_slot(outputs.s1_image + element, rows, &Limited_row::s1);
-        if constexpr (Has_s2)
-            store_slot(outputs.s2_image + element, rows, &Limited_row::s2);
-        if constexpr (Has_azimuth)
-            store_slot(outputs.azimuth_image + element, rows, &Limited_row::azimuth);
-        if constexpr (Has_dolp)
-            store_slot(outputs.dolp_image + element, rows, &Limited_row::dolp);
+        for_each_slot(outputs, [&](std::uint16_t* image, L Limited_row::*slot) KSI_LANE_OPERATION_BODY {
+            L limited[Count];
+            for (unsigned block = 0; block < Count; ++block)
+                limited[block] = rows[block].*slot;
+            Form::store_lanes(image + element, limited);
+        });
     }
 
-    template <unsigned Count>
-    static KSI_LANE_OPERATION void store_slot(std::uint16_t* destination, const Limited_row (&rows)[Count],
-                                              L Limited_row::*slot)
+    // A single vector on each row, for a form that packs the two rows'
+    // elements together: slot by slot, both rows at once.
+    static KSI_LANE_OPERATION void store_row_pairs(const Outputs& outputs, std::size_t upper_element,
+                                                   std::size_t columns, const Limited_row& upper,
+                                                   const Limited_row& lower)
     {
-        L limited[Count];
-        for (unsigned block = 0; block < Count; ++block)
-            limited[block] = rows[block].*slot;
-        Form::store_lanes(destination, limited);
+        for_each_slot(outputs, [&](std::uint16_t* image, L Limited_row::*slot) KSI_LANE_OPERATION_BODY {
+            Form::store_row_pair(image + upper_element, image + upper_element + columns, upper.*slot,
+                                 lower.*slot);
+        });
     }
 
     // Count neighbouring vectors of the form's blocks, from the upper row's
@@ -167,8 +192,12 @@ struct Four_lane_block {
             upper[vector] = row<1, 9, 13>(v[vector], constants, outputs, upper_element + offset);
             lower[vector] = row<5, 11, 15>(v[vector], constants, outputs, upper_element + columns + offset);
         }
-        store_rows(outputs, upper_element, upper);
-        store_rows(outputs, upper_element + columns, lower);
+        if constexpr (Count == 1 && Packs_row_pairs<Form>::value) {
+            store_row_pairs(outputs, upper_element, columns, upper[0], lower[0]);
+        } else {
+            store_rows(outputs, upper_element, upper);
+            store_rows(outputs, upper_element + columns, lower);
+        }
     }
 
     static constexpr std::size_t columns_per_vector = 4 * Form::blocks_per_vector;

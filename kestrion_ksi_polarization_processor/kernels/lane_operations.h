@@ -20,6 +20,8 @@
 #endif
 
 #define KSI_LANE_OPERATION inline __attribute__((always_inline))
+// The same for a lambda, written after its parameter list.
+#define KSI_LANE_OPERATION_BODY __attribute__((always_inline))
 
 using Lanes = __m128;
 
@@ -111,11 +113,15 @@ KSI_LANE_OPERATION __m256 lanes_of_bits(std::uint32_t bits, __m256)
 KSI_LANE_OPERATION __m256 widen_uniform(__m128 v, __m256) { return _mm256_set_m128(v, v); }
 KSI_LANE_OPERATION void store_interleaved(float* pairs, __m256 a, __m256 b)
 {
-    // Within each half: (a0 b0 a1 b1) and (a2 b2 a3 b3); then the halves in order.
+    // Within each half: (a0 b0 a1 b1) and (a2 b2 a3 b3). Four 128-bit stores
+    // put the halves in order with no shuffle across halves: storing a high
+    // half needs none.
     const __m256 low = _mm256_unpacklo_ps(a, b);
     const __m256 high = _mm256_unpackhi_ps(a, b);
-    _mm256_storeu_ps(pairs, _mm256_permute2f128_ps(low, high, 0x20));
-    _mm256_storeu_ps(pairs + 8, _mm256_permute2f128_ps(low, high, 0x31));
+    _mm_storeu_ps(pairs, _mm256_castps256_ps128(low));
+    _mm_storeu_ps(pairs + 4, _mm256_castps256_ps128(high));
+    _mm_storeu_ps(pairs + 8, _mm256_extractf128_ps(low, 1));
+    _mm_storeu_ps(pairs + 12, _mm256_extractf128_ps(high, 1));
 }
 #endif
 
