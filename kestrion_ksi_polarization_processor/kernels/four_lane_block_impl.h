@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <type_traits>
 
 #include "kernels/four_lane_block.h"
@@ -215,6 +216,26 @@ struct Four_lane_block {
     }
 };
 
+// The address of the first present 16-bit slot's element, 0 if no 16-bit
+// slot is present. Integer arithmetic: it only ever serves to tell alignment.
+KSI_LANE_OPERATION std::uintptr_t first_image_address(const Block_outputs& outputs, std::size_t element)
+{
+    for (const std::uint16_t* image :
+         {outputs.s0_image, outputs.s1_image, outputs.s2_image, outputs.azimuth_image, outputs.dolp_image})
+        if (image != nullptr)
+            return reinterpret_cast<std::uintptr_t>(image) + sizeof(std::uint16_t) * element;
+    return 0;
+}
+
+// How many four-lane blocks bring a 16-bit row at `address` to a multiple of
+// `alignment` bytes; 0 where steps of a block's four elements cannot.
+KSI_LANE_OPERATION std::size_t blocks_to_alignment(std::uintptr_t address, std::size_t alignment)
+{
+    constexpr std::size_t block_bytes = 4 * sizeof(std::uint16_t);
+    const std::size_t misalignment = address % alignment;
+    return misalignment % block_bytes != 0 ? 0 : (alignment - misalignment) % alignment / block_bytes;
+}
+
 template <class Indices, bool Native_scale, bool Has_normalized_pair, bool Has_s0, bool Has_s1, bool Has_s2,
           bool Has_azimuth, bool Has_dolp, class Form>
 void generate_four_lane_row_pair(const Four_lane_constants& frame_constants,
@@ -241,6 +262,13 @@ void generate_four_lane_row_pair(const Four_lane_constants& frame_constants,
     if constexpr (Form::blocks_per_vector > 1) {
         constexpr unsigned width = sizeof(typename Form::Lanes) / sizeof(float);
         const auto wide_constants = widened<width>(constants);
+        // Four-lane blocks first, until the wide steps' 16-bit stores start on
+        // a multiple of their own size: a store that straddles two cache lines
+        // costs two.
+        constexpr std::size_t step_bytes = sizeof(std::uint16_t) * Block::columns_per_vector * vectors_per_step;
+        const std::size_t lead_in = 4 * blocks_to_alignment(first_image_address(outputs, upper_row), step_bytes);
+        if (lead_in <= block_end)
+            column = Four_lane::template steps<1>(outputs, constants, upper_row, column, lead_in, columns);
         column = Block::template steps<vectors_per_step>(outputs, wide_constants, upper_row, column, block_end,
                                                          columns);
         column = Block::template steps<1>(outputs, wide_constants, upper_row, column, block_end, columns);

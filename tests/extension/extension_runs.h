@@ -3,6 +3,7 @@
 // the two side by side. Needs both internal libraries.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -17,10 +18,11 @@ using namespace kernel_test_support;
 std::vector<unsigned> runnable_lane_widths();
 bool sixteen_lanes_runnable();
 
-// The extension's transform in `lane_width` lanes on a fresh set of outputs.
+// The extension's transform in `lane_width` lanes on a fresh set of outputs,
+// whose 16-bit images start `image_offset` elements into their buffers.
 Frame_outputs run_extension(unsigned lane_width, const Frame& frame, Slot_set slots, std::int32_t polar_phase,
                             std::uint32_t bit_depth, std::uint16_t output_maximum,
-                            const Calibration_matrices& matrices);
+                            const Calibration_matrices& matrices, std::size_t image_offset = 0);
 
 // The library's local kernels with SSE4.1, as the library runs them without
 // an extension.
@@ -28,6 +30,6 @@ Frame_outputs run_local_sse41(const Frame& frame, Slot_set slots, std::int32_t p
                               std::uint16_t output_maximum, const Calibration_matrices& matrices);
 
 // The extension in `lane_width` lanes against the local SSE4.1 kernels.
-Comparison compare_with_local(unsigned lane_width, const Frame_case& c);
+Comparison compare_with_local(unsigned lane_width, const Frame_case& c, std::size_t image_offset = 0);
 
 }  // namespace extension_test_support

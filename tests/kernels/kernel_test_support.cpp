@@ -53,8 +53,8 @@ Frame::Frame(unsigned rows, unsigned columns, std::uint16_t value)
 {
 }
 
-Frame_outputs::Frame_outputs(unsigned rows, unsigned columns, Slot_set slots)
-    : rows_(rows), columns_(columns), slots_(slots)
+Frame_outputs::Frame_outputs(unsigned rows, unsigned columns, Slot_set slots, std::size_t image_offset)
+    : rows_(rows), columns_(columns), slots_(slots), image_offset_(image_offset)
 {
     const std::size_t pixels = std::size_t(rows) * columns;
     if (has(0)) {
@@ -64,14 +64,14 @@ Frame_outputs::Frame_outputs(unsigned rows, unsigned columns, Slot_set slots)
     }
     for (unsigned slot = 1; slot < 6; ++slot)
         if (has(slot)) {
-            images_[slot].assign(pixels + guard_elements, image_sentinel);
-            std::fill(images_[slot].begin() + std::ptrdiff_t(pixels), images_[slot].end(), guard_value);
+            images_[slot].assign(image_offset + pixels + guard_elements, guard_value);
+            std::fill_n(images_[slot].begin() + std::ptrdiff_t(image_offset), pixels, image_sentinel);
         }
 }
 
 float* Frame_outputs::normalized() { return has(0) ? normalized_.data() : nullptr; }
 
-std::uint16_t* Frame_outputs::image(unsigned slot) { return has(slot) ? images_[slot].data() : nullptr; }
+std::uint16_t* Frame_outputs::image(unsigned slot) { return has(slot) ? images_[slot].data() + image_offset_ : nullptr; }
 
 float Frame_outputs::normalized_at(unsigned row, unsigned column, unsigned element) const
 {
@@ -80,12 +80,12 @@ float Frame_outputs::normalized_at(unsigned row, unsigned column, unsigned eleme
 
 std::uint16_t Frame_outputs::image_at(unsigned slot, unsigned row, unsigned column) const
 {
-    return images_[slot][std::size_t(row) * columns_ + column];
+    return images_[slot][image_offset_ + std::size_t(row) * columns_ + column];
 }
 
 std::uint16_t& Frame_outputs::image_element(unsigned slot, unsigned row, unsigned column)
 {
-    return images_[slot][std::size_t(row) * columns_ + column];
+    return images_[slot][image_offset_ + std::size_t(row) * columns_ + column];
 }
 
 bool Frame_outputs::guards_intact() const
@@ -97,8 +97,8 @@ bool Frame_outputs::guards_intact() const
                 return false;
     for (unsigned slot = 1; slot < 6; ++slot)
         if (has(slot))
-            for (std::size_t i = pixels; i < images_[slot].size(); ++i)
-                if (images_[slot][i] != guard_value)
+            for (std::size_t i = 0; i < images_[slot].size(); ++i)
+                if ((i < image_offset_ || i >= image_offset_ + pixels) && images_[slot][i] != guard_value)
                     return false;
     return true;
 }

@@ -34,10 +34,12 @@ struct Frame {
 };
 
 // Output buffers of the present slots, prefilled with a sentinel and followed
-// by a guard zone that must survive every call.
+// by a guard zone that must survive every call. `image_offset` guarded
+// elements precede each 16-bit image, to place the images at any even
+// address modulo a cache line.
 class Frame_outputs {
 public:
-    Frame_outputs(unsigned rows, unsigned columns, Slot_set slots);
+    Frame_outputs(unsigned rows, unsigned columns, Slot_set slots, std::size_t image_offset = 0);
 
     unsigned rows() const { return rows_; }
     unsigned columns() const { return columns_; }
@@ -55,6 +57,7 @@ private:
     unsigned rows_;
     unsigned columns_;
     Slot_set slots_;
+    std::size_t image_offset_;
     std::vector<float> normalized_;
     std::array<std::vector<std::uint16_t>, 6> images_;  // index = slot, 0 unused
 };
