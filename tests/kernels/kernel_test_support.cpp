@@ -80,12 +80,12 @@ float Frame_outputs::normalized_at(unsigned row, unsigned column, unsigned eleme
 
 std::uint16_t Frame_outputs::image_at(unsigned slot, unsigned row, unsigned column) const
 {
-    return images_[slot][image_offset_ + std::size_t(row) * columns_ + column];
+    return images_[slot][image_index(row, column)];
 }
 
 std::uint16_t& Frame_outputs::image_element(unsigned slot, unsigned row, unsigned column)
 {
-    return images_[slot][image_offset_ + std::size_t(row) * columns_ + column];
+    return images_[slot][image_index(row, column)];
 }
 
 bool Frame_outputs::guards_intact() const

@@ -54,6 +54,11 @@ public:
     bool guards_intact() const;
 
 private:
+    std::size_t image_index(unsigned row, unsigned column) const
+    {
+        return image_offset_ + std::size_t(row) * columns_ + column;
+    }
+
     unsigned rows_;
     unsigned columns_;
     Slot_set slots_;
