@@ -9,6 +9,7 @@
 #include <time.h>
 
 #include "image_reading.h"
+#include "input_files.h"
 #include "progress_display.h"
 #include "subcommands.h"
 #include "transform_options.h"
@@ -20,50 +21,13 @@ namespace kp = kestrion::polarization;
 
 struct Process_options {
     Transform_options transform;
-    std::vector<std::string> inputs;
-    std::string raw_size;
-    std::string raw_format = "u16le";
-    std::optional<Raw_layout> raw;
+    Input_options input;
     unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
 };
 
 void report(Progress_display& progress, const std::string& what, const std::string& reason)
 {
     progress.report_error("ksi-polarization: " + what + ": " + reason);
-}
-
-// Files named on the command line stay as they are, missing ones included:
-// reading them reports what is wrong. A directory stands for its image
-// files, in name order.
-// Runs before the progress bar exists, so it writes its lines directly.
-std::vector<std::filesystem::path> expand_inputs(const Process_options& options, bool& failed)
-{
-    std::vector<std::filesystem::path> files;
-    for (const std::string& input : options.inputs) {
-        std::error_code error;
-        if (!std::filesystem::is_directory(input, error)) {
-            files.emplace_back(input);
-            continue;
-        }
-        std::vector<std::filesystem::path> found;
-        for (std::filesystem::directory_iterator entry(input, error), end; !error && entry != end;
-             entry.increment(error))
-            if (entry->is_regular_file(error) && is_input_file_name(entry->path(), options.raw.has_value()))
-                found.push_back(entry->path());
-        if (error) {
-            std::fprintf(stderr, "ksi-polarization: %s: unreadable directory (%s)\n", input.c_str(),
-                         error.message().c_str());
-            failed = true;
-        } else if (found.empty()) {
-            std::fprintf(stderr, "ksi-polarization: %s: %s\n", input.c_str(),
-                         options.raw ? "directory without *.raw files"
-                                     : "directory without image files (*.png, *.tif, *.tiff, *.pgm)");
-            failed = true;
-        }
-        std::sort(found.begin(), found.end());
-        files.insert(files.end(), found.begin(), found.end());
-    }
-    return files;
 }
 
 std::string refusal_reason(const kp::Status_error& error)
@@ -88,7 +52,7 @@ void work_through(const std::vector<std::filesystem::path>& files, std::atomic<s
         const std::filesystem::path& file = files[index];
         try {
             const double start = thread_cpu_seconds();
-            read_frame(file, options.raw, frame);
+            read_frame(file, options.input.raw, frame);
             times.decode += thread_cpu_seconds() - start;
             frame_processor.process(frame, file.stem().string(), times);
             totals.pixels += frame.pixels.size();
@@ -109,8 +73,12 @@ void work_through(const std::vector<std::filesystem::path>& files, std::atomic<s
 
 int run_process(const Process_options& options)
 {
-    bool failed = false;
-    const std::vector<std::filesystem::path> files = expand_inputs(options, failed);
+    std::vector<std::string> problems;
+    const std::vector<std::filesystem::path> files = expand_inputs(options.input, problems);
+    // Before the progress bar exists, so written directly.
+    for (const std::string& problem : problems)
+        std::fprintf(stderr, "ksi-polarization: %s\n", problem.c_str());
+    const bool failed = !problems.empty();
 
     const std::filesystem::path& directory = options.transform.settings.directory;
     std::error_code error;
@@ -169,25 +137,11 @@ void add_process_subcommand(CLI::App& application, Subcommand_action& action)
     CLI::App* command = application.add_subcommand(
         "process", "Turn raw mosaics (PNG, TIFF, PGM or raw dumps) into polarization images");
     add_transform_options(*command, options->transform);
-    CLI::Option* raw = command->add_option("--raw", options->raw_size, "Inputs are headerless raw dumps of this size")
-                           ->type_name("WIDTHxHEIGHT");
-    command->add_option("--raw-format", options->raw_format, "Samples of the raw dumps: u8, u16le (default), u16be")
-        ->check(CLI::IsMember({"u8", "u16le", "u16be"}))
-        ->needs(raw);
     command->add_option("-j,--jobs", options->jobs, "Frames processed at once, one per thread (default: all cores)")
         ->check(CLI::Range(1, 1024));
-    command->add_option("INPUT", options->inputs, "Image files, raw dumps, or directories of them")->required();
+    add_input_options(*command, options->input, true);
     command->callback([options, &action] {
-        if (!options->raw_size.empty()) {
-            long long width = 0, height = 0;
-            if (!parse_integer_pair(options->raw_size, 'x', width, height) || width < 0 || height < 0 ||
-                width > INT32_MAX || height > INT32_MAX)
-                throw CLI::ValidationError("--raw", "'" + options->raw_size + "' is not WIDTHxHEIGHT");
-            const Raw_sample_format format = options->raw_format == "u8"      ? Raw_sample_format::u8
-                                             : options->raw_format == "u16be" ? Raw_sample_format::u16be
-                                                                              : Raw_sample_format::u16le;
-            options->raw = Raw_layout{static_cast<std::int32_t>(width), static_cast<std::int32_t>(height), format};
-        }
+        finish_input_options(options->input);
         action = [options] { return run_process(*options); };
     });
 }

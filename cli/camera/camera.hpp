@@ -6,19 +6,18 @@
 #define KSI_CAMERA_CAMERA_HPP
 
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "pixel_unpacking.hpp"
+#include "frame_source.hpp"
 
 typedef struct _ArvCamera ArvCamera;
 
 namespace ksi_cli {
 
-class Camera_error : public std::runtime_error {
+class Camera_error : public Source_error {
 public:
-    using std::runtime_error::runtime_error;
+    using Source_error::Source_error;
 };
 
 struct Camera_description {
@@ -32,13 +31,6 @@ struct Camera_description {
 // search unless asked for.
 void include_simulated_cameras();
 std::vector<Camera_description> list_cameras();
-
-struct Region {
-    int x = 0;
-    int y = 0;
-    int width = 0;
-    int height = 0;
-};
 
 class Camera {
 public:

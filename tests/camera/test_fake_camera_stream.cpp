@@ -16,6 +16,7 @@
 #include <kestrion_ksi_polarization_processor.hpp>
 
 #include "camera.hpp"
+#include "camera_source.hpp"
 #include "image_reading.h"
 #include "reference_packing.h"
 #include "stream_engine.hpp"
@@ -125,7 +126,8 @@ protected:
             std::lock_guard<std::mutex> lock(recorded_mutex_);
             recorded_[frame.number] = std::move(copy);
         };
-        return run_stream(*camera_, format, settings, processor_, record, never_stop_);
+        Camera_source source(*camera_, format);
+        return run_stream(source, settings, processor_, record, never_stop_);
     }
 
     // The library's transform of delivered frame `number` through the C
@@ -269,7 +271,8 @@ TEST_F(FakeCameraStream, StopRequestEndsTheStreamCleanly)
         std::this_thread::sleep_for(std::chrono::milliseconds(400));
         stop = true;
     });
-    const Stream_summary summary = run_stream(*camera_, format, settings, processor_, {}, stop);
+    Camera_source source(*camera_, format);
+    const Stream_summary summary = run_stream(source, settings, processor_, {}, stop);
     interrupter.join();
     EXPECT_EQ(summary.stop_reason, "interrupted");
     EXPECT_FALSE(summary.failure);
@@ -297,7 +300,8 @@ TEST_F(FakeCameraStream, ConsumerFailureStopsTheStream)
     const Pixel_format format = set_up_camera({0, 0, 32, 32}, "Mono16");
     const Stream_settings settings = settings_of(kp::Phase::degrees_0, {Output::s0}, 0);
     const Frame_consumer failing = [](const Transformed_frame&) { throw std::runtime_error("disk full"); };
-    const Stream_summary summary = run_stream(*camera_, format, settings, processor_, failing, never_stop_);
+    Camera_source source(*camera_, format);
+    const Stream_summary summary = run_stream(source, settings, processor_, failing, never_stop_);
     ASSERT_TRUE(summary.failure);
     EXPECT_EQ(*summary.failure, "disk full");
 }
@@ -398,8 +402,9 @@ TEST_F(FakeCameraStream, RecordedFilesEqualTheDirectTransform)
     Stream_settings settings = settings_of(kp::Phase::degrees_45, {}, 8, 2);
     settings.frame = outputs.frame_settings(settings.frame);
     mosaics_.bits = 16;
+    Camera_source camera_source(*camera_, format);
     const Stream_summary summary =
-        run_stream(*camera_, format, settings, processor_, std::ref(outputs), never_stop_);
+        run_stream(camera_source, settings, processor_, std::ref(outputs), never_stop_);
     expect_counts(summary, 8);
 
     std::size_t files = 0, frames_checked = 0;

@@ -20,6 +20,8 @@
 #include <thread>
 #include <vector>
 
+#include <kestrion_ksi_polarization_processor.h>
+
 #include "image_reading.h"
 
 extern char** environ;
@@ -250,6 +252,86 @@ TEST_F(StreamCommand, UnknownCameraIsOneLine)
     const std::string error = stream->err();
     EXPECT_EQ(error.rfind("ksi-polarization: no camera with id 'No_such_camera'", 0), 0u) << error;
     EXPECT_EQ(std::count(error.begin(), error.end(), '\n'), 1) << error;
+}
+
+// Raw dumps replayed at a camera's pace: every recorded frame is the
+// library's transform of the file it came from (the n-th frame received is
+// file n mod count).
+TEST_F(StreamCommand, ReplaysFilesAndRecordsEveryFrame)
+{
+    const int width = 30, height = 20;
+    std::vector<std::vector<std::uint16_t>> mosaics;
+    for (int file = 0; file < 3; ++file) {
+        std::vector<std::uint16_t>& mosaic = mosaics.emplace_back(static_cast<std::size_t>(width) * height);
+        for (std::size_t i = 0; i < mosaic.size(); ++i)
+            mosaic[i] = static_cast<std::uint16_t>((i * 2654435761u + file * 40503u) >> 7 & 0xfff);
+        std::ofstream(directory_ / ("dump_" + std::to_string(file) + ".raw"), std::ios::binary)
+            .write(reinterpret_cast<const char*>(mosaic.data()), static_cast<std::streamsize>(mosaic.size() * 2));
+    }
+    const std::filesystem::path recording = directory_ / "recording";
+    auto stream = tool({"stream", "--phase", "135", "--rate", "200", "--frames", "7", "--raw", "30x20", "--bit-depth",
+                        "12", "--pixel-format", "Mono12p", "--outputs", "s0,dolp", "--record", recording.string(),
+                        "-j", "1", "--buffers", "64", directory_.string()},
+                       "replay");
+    const auto status = stream->wait(60);
+    ASSERT_TRUE(status) << "the replay did not end by itself";
+    ASSERT_EQ(exit_code(status), 0) << stream->err();
+    const std::string summary = stream->out();
+    EXPECT_NE(summary.find("30x20 Mono12p"), std::string::npos) << summary;
+    EXPECT_NE(summary.find("stopped: frame limit"), std::string::npos) << summary;
+    EXPECT_EQ(count_after(summary, "transformed"), 7u) << summary;
+    const std::uint64_t received = count_after(summary, "received");
+    std::size_t checked = 0;
+    for (std::uint64_t number = 0; number < received; ++number) {
+        char stem[32];
+        std::snprintf(stem, sizeof stem, "frame_%08llu", static_cast<unsigned long long>(number));
+        if (!std::filesystem::exists(recording / (std::string(stem) + "_s0.png")))
+            continue;  // dropped while every buffer was busy
+        const std::vector<std::uint16_t>& mosaic = mosaics[number % mosaics.size()];
+        std::vector<std::uint16_t> s0(mosaic.size()), dolp(mosaic.size());
+        ASSERT_EQ(kl_polarization_processor_module_initialize(), status_success);
+        void* processor = nullptr;
+        ASSERT_EQ(kl_polarization_processor_create_polarization_processor(&processor), status_success);
+        EXPECT_EQ(kl_polarization_processor_transform(processor, polar_phase_135, mosaic.data(), 0, 0, width, height,
+                                                      12, 65535, nullptr, s0.data(), nullptr, nullptr, nullptr,
+                                                      dolp.data()),
+                  status_success);
+        kl_polarization_processor_destroy_polarization_processor(processor);
+        kl_polarization_processor_module_terminate();
+        ksi_cli::Frame frame;
+        ksi_cli::read_frame(recording / (std::string(stem) + "_s0.png"), std::nullopt, frame);
+        EXPECT_EQ(frame.pixels, s0) << stem;
+        ksi_cli::read_frame(recording / (std::string(stem) + "_dolp.png"), std::nullopt, frame);
+        EXPECT_EQ(frame.pixels, dolp) << stem;
+        ++checked;
+    }
+    EXPECT_EQ(checked, 7u);
+}
+
+TEST_F(StreamCommand, ReplayRefusals)
+{
+    // A 2x2 dump whose second sample, 256, needs nine bits.
+    std::ofstream(directory_ / "deep.raw", std::ios::binary).write("\x00\x00\x00\x01\x00\x00\x00\x00", 8);
+    const std::string missing = (directory_ / "missing.pgm").string();
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{"stream", "--phase", "0", "--camera", "Fake_1", missing}, "a camera or files to replay, not both"},
+        {{"stream", "--phase", "0"}, "a camera (--camera ID) or files to replay (INPUT...) is required"},
+        {{"stream", "--phase", "0", "--camera", "Fake_1", "--rate", "10"},
+         "applies to a replay of files, not to a camera"},
+        {{"stream", "--phase", "0", "--region", "0,0,8,8", missing}, "applies to a camera, not to a replay of files"},
+    };
+    for (const auto& [arguments, message] : cases) {
+        auto stream = tool(arguments, "refused");
+        EXPECT_EQ(exit_code(stream->wait(30)), 2) << arguments.back();
+        EXPECT_NE(stream->err().find(message), std::string::npos) << stream->err();
+    }
+    auto unreadable = tool({"stream", "--phase", "0", missing}, "missing");
+    EXPECT_EQ(exit_code(unreadable->wait(30)), 1);
+    EXPECT_EQ(unreadable->err(), "ksi-polarization: " + missing + ": missing (no such file)\n");
+    const std::string deep = (directory_ / "deep.raw").string();
+    auto too_deep = tool({"stream", "--phase", "0", "--raw", "2x2", "--pixel-format", "Mono8", deep}, "deep");
+    EXPECT_EQ(exit_code(too_deep->wait(30)), 1);
+    EXPECT_EQ(too_deep->err(), "ksi-polarization: " + deep + ": the sample 256 does not fit Mono8's 8 bits\n");
 }
 
 TEST_F(StreamCommand, CamerasListsTheSimulatedCamera)

@@ -1,7 +1,7 @@
 // Median and maximum of latencies over a stream of any length, in fixed
 // memory: bins of about 3% relative width over microseconds.
-#ifndef KSI_CAMERA_LATENCY_HISTOGRAM_HPP
-#define KSI_CAMERA_LATENCY_HISTOGRAM_HPP
+#ifndef KSI_STREAM_LATENCY_HISTOGRAM_HPP
+#define KSI_STREAM_LATENCY_HISTOGRAM_HPP
 
 #include <array>
 #include <cstdint>

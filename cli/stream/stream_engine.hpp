@@ -1,14 +1,14 @@
-// The live stream: frames from an Aravis camera, transformed by a pool of
-// threads that share one processor handle.
+// The live stream: frames from a source (a camera, or frames replayed from
+// memory), transformed by a pool of threads that share one processor handle.
 //
 // The buffers are a fixed set: frame slots (one 16-bit frame each) and the
-// buffers lent to Aravis, allocated before acquisition starts, and each
-// worker's outputs, sized by its first frame and reused after. A camera
-// buffer goes back to Aravis as soon as its pixels are unpacked into a
-// slot; when every slot is busy the frame is dropped at once, so the camera
+// buffers lent to the source, allocated before delivery starts, and each
+// worker's outputs, sized by its first frame and reused after. A source
+// buffer goes back to the source as soon as its pixels are unpacked into a
+// slot; when every slot is busy the frame is dropped at once, so the source
 // never waits on the transforms.
-#ifndef KSI_CAMERA_STREAM_ENGINE_HPP
-#define KSI_CAMERA_STREAM_ENGINE_HPP
+#ifndef KSI_STREAM_STREAM_ENGINE_HPP
+#define KSI_STREAM_STREAM_ENGINE_HPP
 
 #include <atomic>
 #include <cstdint>
@@ -18,26 +18,32 @@
 
 #include <kestrion_ksi_polarization_processor.hpp>
 
-#include "camera.hpp"
 #include "frame_processing.h"
-#include "pixel_unpacking.hpp"
+#include "frame_source.hpp"
 
 namespace ksi_cli {
 
+struct Stream_summary;
+
+// Called on the receiving thread about once a status interval with the
+// counts so far; it must return quickly.
+using Status_listener = std::function<void(const Stream_summary&)>;
+
 struct Stream_settings {
-    // Phase, bit depth (-1: that of the pixel format), output maximum and
-    // the outputs every frame gets. Its origin is replaced by `origin`
-    // below or the camera's offsets.
+    // Phase, bit depth (-1: the source's), output maximum and the outputs
+    // every frame gets. Its origin is replaced by `origin` below or the
+    // source region's offsets.
     Frame_settings frame;
-    // Sensor position of the region's first pixel; by default the camera's
-    // OffsetX and OffsetY.
+    // Sensor position of the region's first pixel; by default the source
+    // region's (a camera's OffsetX and OffsetY).
     std::optional<std::pair<int, int>> origin;
     std::uint64_t frame_limit = 0;  // stop after this many transformed frames; 0: no limit
     double seconds_limit = 0;       // stop after this many seconds; 0: no limit
     unsigned threads = 1;
     unsigned frame_slots = 0;  // 0: threads + 2
     double no_frame_timeout_seconds = 5;
-    bool status_line = false;  // once a second on stderr, rewritten in place
+    Status_listener status;
+    double status_interval_seconds = 1;
 };
 
 struct Transformed_frame {
@@ -58,9 +64,9 @@ struct Stream_summary {
     unsigned bit_depth = 0;
     int origin_x = 0;
     int origin_y = 0;
-    std::uint64_t received = 0;       // intact frames delivered by Aravis
+    std::uint64_t received = 0;       // whole frames delivered by the source
     std::uint64_t transformed = 0;
-    std::uint64_t lost_upstream = 0;  // incomplete, or no Aravis buffer free: camera or network
+    std::uint64_t lost_upstream = 0;  // incomplete, or no source buffer free: camera or network
     std::uint64_t dropped_busy = 0;   // every frame slot was busy
     double seconds = 0;
     double transform_cpu_seconds = 0;
@@ -82,10 +88,10 @@ std::string counts_line(const Stream_summary& summary);
 std::string summary_text(const Stream_summary& summary);
 
 // Streams until a limit is reached, stop_requested becomes true, or a
-// failure (camera lost, no frame within the timeout, a consumer's
-// exception); in every case acquisition is stopped and every buffer
-// released before it returns. Failures to start throw Camera_error.
-Stream_summary run_stream(Camera& camera, const Pixel_format& format, const Stream_settings& settings,
+// failure (source lost, no frame within the timeout, a consumer's
+// exception); in every case delivery is stopped and every buffer released
+// before it returns. Failures to start throw Source_error.
+Stream_summary run_stream(Frame_source& source, const Stream_settings& settings,
                           const kestrion::polarization::Processor& processor, const Frame_consumer& consumer,
                           const std::atomic<bool>& stop_requested);
 

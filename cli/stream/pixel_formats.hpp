@@ -1,8 +1,9 @@
 // Monochrome pixel formats of GenICam cameras (names and codes of the
-// GenICam pixel format naming convention) and their conversion into the
-// library's frame of 16-bit pixels.
-#ifndef KSI_CAMERA_PIXEL_UNPACKING_HPP
-#define KSI_CAMERA_PIXEL_UNPACKING_HPP
+// GenICam pixel format naming convention), their conversion into the
+// library's frame of 16-bit pixels, and back: frames replayed from memory
+// travel packed, as a camera would send them.
+#ifndef KSI_STREAM_PIXEL_FORMATS_HPP
+#define KSI_STREAM_PIXEL_FORMATS_HPP
 
 #include <cstddef>
 #include <cstdint>
@@ -42,6 +43,15 @@ std::size_t packed_size(Pixel_encoding encoding, std::size_t pixel_count);
 // Writes pixel_count pixels from source (packed_size bytes) into destination.
 void unpack(Pixel_encoding encoding, const std::uint8_t* source, std::size_t pixel_count,
             std::uint16_t* destination);
+
+// The inverse: writes packed_size bytes. Samples must fit the format's bit
+// depth (higher bits are not kept).
+void pack(Pixel_encoding encoding, const std::uint16_t* source, std::size_t pixel_count,
+          std::uint8_t* destination);
+
+// The format a frame of `bit_depth` significant bits travels in without
+// loss when no packing is asked for: Mono8, Mono10, Mono12 or Mono16.
+Pixel_format unpacked_format_for_depth(unsigned bit_depth);
 
 }  // namespace ksi_cli
 

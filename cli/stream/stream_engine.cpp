@@ -1,7 +1,5 @@
 #include "stream_engine.hpp"
 
-#include <arv.h>
-
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -16,7 +14,7 @@
 namespace ksi_cli {
 
 namespace kp = kestrion::polarization;
-using Clock = std::chrono::steady_clock;
+using Clock = Stream_clock;
 
 double Stream_summary::frames_per_second() const { return seconds > 0 ? transformed / seconds : 0; }
 
@@ -61,7 +59,7 @@ namespace {
 struct Frame_slot {
     Frame frame;
     // Set by the receiving thread for the worker.
-    ArvBuffer* camera_buffer = nullptr;
+    Delivered_frame delivered;
     std::uint64_t number = 0;
     Clock::time_point arrival;
 };
@@ -164,53 +162,22 @@ private:
     std::atomic<bool> failed_{false};
 };
 
-struct Gobject_unref {
-    void operator()(gpointer object) const { g_object_unref(object); }
-};
-
-void on_control_lost(ArvDevice*, gpointer lost_flag) { static_cast<std::atomic<bool>*>(lost_flag)->store(true); }
-
-class Control_lost_watch {
-public:
-    Control_lost_watch(ArvDevice* device, std::atomic<bool>& lost)
-        : device_(device), handler_(g_signal_connect(device, "control-lost", G_CALLBACK(on_control_lost), &lost))
-    {
-    }
-    ~Control_lost_watch() { g_signal_handler_disconnect(device_, handler_); }
-    Control_lost_watch(const Control_lost_watch&) = delete;
-    Control_lost_watch& operator=(const Control_lost_watch&) = delete;
-
-private:
-    ArvDevice* device_;
-    gulong handler_;
-};
-
-void throw_if_set(GError* error, const std::string& what)
-{
-    if (error == nullptr)
-        return;
-    const std::string message = what + ": " + error->message;
-    g_error_free(error);
-    throw Camera_error(message);
-}
-
 class Stream_run {
 public:
-    Stream_run(Camera& camera, const Pixel_format& format, const Stream_settings& settings,
-               const kp::Processor& processor, const Frame_consumer& consumer,
-               const std::atomic<bool>& stop_requested)
-        : camera_(camera), format_(format), settings_(settings), processor_(processor), consumer_(consumer),
-          stop_requested_(stop_requested)
+    Stream_run(Frame_source& source, const Stream_settings& settings, const kp::Processor& processor,
+               const Frame_consumer& consumer, const std::atomic<bool>& stop_requested)
+        : source_(source), format_(source.pixel_format()), settings_(settings), processor_(processor),
+          consumer_(consumer), stop_requested_(stop_requested)
     {
-        summary_.region = camera.region();
-        summary_.pixel_format = format.name;
+        summary_.region = source.region();
+        summary_.pixel_format = format_.name;
         summary_.bit_depth = settings.frame.bit_depth >= 0 ? static_cast<unsigned>(settings.frame.bit_depth)
-                                                           : format.bit_depth;
+                                                           : source.bit_depth();
         summary_.origin_x = settings.origin ? settings.origin->first : summary_.region.x;
         summary_.origin_y = settings.origin ? settings.origin->second : summary_.region.y;
         if (summary_.region.width < 2 || summary_.region.height < 2)
-            throw Camera_error("camera '" + camera.id() + "' delivers " + std::to_string(summary_.region.width) +
-                               "x" + std::to_string(summary_.region.height) +
+            throw Source_error(source.name() + " delivers " + std::to_string(summary_.region.width) + "x" +
+                               std::to_string(summary_.region.height) +
                                " frames; the transform needs at least 2x2");
         pixel_count_ = static_cast<std::size_t>(summary_.region.width) * summary_.region.height;
         frame_settings_ = settings.frame;
@@ -233,50 +200,19 @@ public:
             free_slots.push(&slot);
         }
 
-        ArvCamera* camera = camera_.handle();
-        GError* error = nullptr;
-        const guint payload = arv_camera_get_payload(camera, &error);
-        throw_if_set(error, "camera '" + camera_.id() + "': cannot read its payload size");
-        const std::size_t needed = packed_size(format_.encoding, pixel_count_);
-        if (payload < needed)
-            throw Camera_error("camera '" + camera_.id() + "' reports a payload of " + std::to_string(payload) +
-                               " bytes, less than the " + std::to_string(needed) + " of a " +
-                               std::to_string(summary_.region.width) + "x" + std::to_string(summary_.region.height) +
-                               " " + format_.name + " frame");
-        const std::unique_ptr<ArvStream, Gobject_unref> stream(arv_camera_create_stream(camera, nullptr, nullptr,
-                                                                                        &error));
-        throw_if_set(error, "camera '" + camera_.id() + "': cannot open a stream (busy in another program?)");
-        // Enough buffers lent to Aravis that it can go on filling while every
-        // slot is taken and a few frames wait to be dropped.
-        for (unsigned i = 0; i < slot_count + 4; ++i)
-            arv_stream_push_buffer(stream.get(), arv_buffer_new_allocate(payload));
-
-        arv_camera_set_acquisition_mode(camera, ARV_ACQUISITION_MODE_CONTINUOUS, &error);
-        throw_if_set(error, "camera '" + camera_.id() + "': cannot select continuous acquisition");
-        std::atomic<bool> control_lost{false};
-        const Control_lost_watch watch(arv_camera_get_device(camera), control_lost);
-        arv_camera_start_acquisition(camera, &error);
-        throw_if_set(error, "camera '" + camera_.id() + "': cannot start acquisition (busy in another program?)");
-
+        // Enough buffers lent to the source that it can go on filling while
+        // every slot is taken and a few frames wait to be dropped.
+        source_.start(slot_count + 4);
         const Clock::time_point start = Clock::now();
         std::vector<std::thread> workers;
         for (unsigned i = 0; i < threads; ++i)
-            workers.emplace_back([&] { transform_frames(work, free_slots, stream.get()); });
+            workers.emplace_back([&] { transform_frames(work, free_slots); });
 
-        receive(stream.get(), free_slots, work, start, control_lost);
-        // What the camera sends after this point is no longer ours to count.
-        guint64 completed = 0, failures = 0, underruns = 0;
-        arv_stream_get_statistics(stream.get(), &completed, &failures, &underruns);
-        summary_.lost_upstream += failures + underruns;
-
-        arv_camera_stop_acquisition(camera, &error);
-        if (error != nullptr) {
-            // A camera that is gone cannot be told to stop; the rest of the
-            // shutdown still runs.
-            if (!summary_.failure)
-                summary_.failure = "camera '" + camera_.id() + "': stopping acquisition failed: " + error->message;
-            g_clear_error(&error);
-        }
+        receive(free_slots, work, start);
+        // What the source delivers after this point is no longer ours to count.
+        summary_.lost_upstream += source_.lost();
+        if (std::optional<std::string> stop_failure = source_.stop(); stop_failure && !summary_.failure)
+            summary_.failure = stop_failure;
         work.close();
         for (std::thread& worker : workers)
             worker.join();
@@ -292,13 +228,14 @@ public:
     }
 
 private:
-    void receive(ArvStream* stream, Slot_queue& free_slots, Slot_queue& work, Clock::time_point start,
-                 const std::atomic<bool>& control_lost)
+    void receive(Slot_queue& free_slots, Slot_queue& work, Clock::time_point start)
     {
         const auto timeout = std::chrono::duration<double>(settings_.no_frame_timeout_seconds);
         const auto time_limit = std::chrono::duration<double>(settings_.seconds_limit);
+        const auto status_interval = std::chrono::duration_cast<Clock::duration>(
+            std::chrono::duration<double>(settings_.status_interval_seconds));
         Clock::time_point last_frame = start;
-        Clock::time_point next_status = start + std::chrono::seconds(1);
+        Clock::time_point next_status = start + status_interval;
         std::uint64_t accepted = 0;
         for (;;) {
             const Clock::time_point now = Clock::now();
@@ -306,8 +243,8 @@ private:
                 summary_.stop_reason = "interrupted";
                 break;
             }
-            if (control_lost.load()) {
-                summary_.failure = "camera '" + camera_.id() + "' was lost during the stream";
+            if (std::optional<std::string> failure = source_.failure()) {
+                summary_.failure = failure;
                 break;
             }
             if (statistics_.failed())
@@ -323,72 +260,42 @@ private:
             if (now - last_frame >= timeout) {
                 char seconds[32];
                 std::snprintf(seconds, sizeof seconds, "%g", settings_.no_frame_timeout_seconds);
-                summary_.failure = "no complete frame from camera '" + camera_.id() + "' within " + seconds + " s";
+                summary_.failure = "no complete frame from " + source_.name() + " within " + seconds + " s";
                 break;
             }
-            if (settings_.status_line && now >= next_status) {
-                print_status(stream, now - start);
-                next_status += std::chrono::seconds(1);
+            if (settings_.status && now >= next_status) {
+                report_status(now - start);
+                next_status += status_interval;
             }
 
-            ArvBuffer* buffer = arv_stream_timeout_pop_buffer(stream, 100000);
-            const Clock::time_point arrival = Clock::now();
-            if (buffer == nullptr)
+            const std::optional<Delivered_frame> delivered = source_.next(std::chrono::milliseconds(100));
+            if (!delivered)
                 continue;
-            // Aravis counts incomplete buffers itself; frames of another
-            // size or format than the one set up are counted here.
-            if (arv_buffer_get_status(buffer) != ARV_BUFFER_STATUS_SUCCESS) {
-                arv_stream_push_buffer(stream, buffer);
-                continue;
-            }
-            if (!is_expected(buffer)) {
-                ++summary_.lost_upstream;
-                arv_stream_push_buffer(stream, buffer);
-                continue;
-            }
-            last_frame = arrival;
+            last_frame = delivered->arrival;
             const std::uint64_t number = summary_.received++;
             Frame_slot* slot = free_slots.try_pop();
             if (slot == nullptr) {
                 ++summary_.dropped_busy;
-                arv_stream_push_buffer(stream, buffer);
+                source_.give_back(*delivered);
                 continue;
             }
-            slot->camera_buffer = buffer;
+            slot->delivered = *delivered;
             slot->number = number;
-            slot->arrival = arrival;
+            slot->arrival = delivered->arrival;
             work.push(slot);
             ++accepted;
         }
-        if (settings_.status_line)
-            std::fputs("\n", stderr);
     }
 
-    // A buffer of status success holds a complete image in a buffer of the
-    // payload size checked at the start; only its geometry and format are
-    // left to compare. (Aravis's simulated camera leaves the received size
-    // at 0 when a custom fill pattern writes the pixels, so the check does
-    // not rest on it.)
-    bool is_expected(ArvBuffer* buffer) const
-    {
-        return arv_buffer_get_image_data(buffer, nullptr) != nullptr &&
-               arv_buffer_get_image_width(buffer) == summary_.region.width &&
-               arv_buffer_get_image_height(buffer) == summary_.region.height &&
-               arv_buffer_get_image_pixel_format(buffer) == format_.code;
-    }
-
-    void transform_frames(Slot_queue& work, Slot_queue& free_slots, ArvStream* stream)
+    void transform_frames(Slot_queue& work, Slot_queue& free_slots)
     {
         Frame_processor outputs(processor_, frame_settings_);
         while (Frame_slot* slot = work.pop()) {
-            std::size_t size = 0;
-            const auto* pixels = static_cast<const std::uint8_t*>(arv_buffer_get_image_data(slot->camera_buffer,
-                                                                                             &size));
-            unpack(format_.encoding, pixels, pixel_count_, slot->frame.pixels.data());
-            arv_stream_push_buffer(stream, slot->camera_buffer);
-            slot->camera_buffer = nullptr;
-            // After a failure the remaining frames only give their camera
-            // buffers back.
+            unpack(format_.encoding, slot->delivered.pixels, pixel_count_, slot->frame.pixels.data());
+            source_.give_back(slot->delivered);
+            slot->delivered = {};
+            // After a failure the remaining frames only give their buffers
+            // back.
             if (!statistics_.failed())
                 transform(*slot, outputs);
             free_slots.push(slot);
@@ -409,19 +316,16 @@ private:
         }
     }
 
-    void print_status(ArvStream* stream, Clock::duration elapsed)
+    void report_status(Clock::duration elapsed)
     {
         Stream_summary now = summary_;
         statistics_.fill(now);
-        guint64 completed = 0, failures = 0, underruns = 0;
-        arv_stream_get_statistics(stream, &completed, &failures, &underruns);
-        now.lost_upstream += failures + underruns;
+        now.lost_upstream += source_.lost();
         now.seconds = std::chrono::duration<double>(elapsed).count();
-        std::fprintf(stderr, "\r%s\033[K", counts_line(now).c_str());
-        std::fflush(stderr);
+        settings_.status(now);
     }
 
-    Camera& camera_;
+    Frame_source& source_;
     const Pixel_format format_;
     const Stream_settings& settings_;
     const kp::Processor& processor_;
@@ -435,11 +339,10 @@ private:
 
 }  // namespace
 
-Stream_summary run_stream(Camera& camera, const Pixel_format& format, const Stream_settings& settings,
-                          const kp::Processor& processor, const Frame_consumer& consumer,
-                          const std::atomic<bool>& stop_requested)
+Stream_summary run_stream(Frame_source& source, const Stream_settings& settings, const kp::Processor& processor,
+                          const Frame_consumer& consumer, const std::atomic<bool>& stop_requested)
 {
-    return Stream_run(camera, format, settings, processor, consumer, stop_requested).run();
+    return Stream_run(source, settings, processor, consumer, stop_requested).run();
 }
 
 }  // namespace ksi_cli

@@ -1,8 +1,8 @@
 // What a live stream leaves on disk: every K-th frame's outputs under the
 // tool's usual names with the frame number as stem, and a preview picture
 // rewritten about once a second.
-#ifndef KSI_CAMERA_STREAM_OUTPUTS_HPP
-#define KSI_CAMERA_STREAM_OUTPUTS_HPP
+#ifndef KSI_STREAM_STREAM_OUTPUTS_HPP
+#define KSI_STREAM_STREAM_OUTPUTS_HPP
 
 #include <atomic>
 #include <cstdint>

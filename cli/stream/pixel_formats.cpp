@@ -1,4 +1,4 @@
-#include "pixel_unpacking.hpp"
+#include "pixel_formats.hpp"
 
 #include <cstring>
 
@@ -89,6 +89,44 @@ void unpack_mono12p(const std::uint8_t* source, std::size_t pixel_count, std::ui
         destination[pixel_count - 1] = static_cast<std::uint16_t>(source[0] | (source[1] & 0x0f) << 8);
 }
 
+void narrow_to_bytes(const std::uint16_t* source, std::size_t pixel_count, std::uint8_t* destination)
+{
+    for (std::size_t i = 0; i < pixel_count; ++i)
+        destination[i] = static_cast<std::uint8_t>(source[i]);
+}
+
+void pack_mono12_packed(const std::uint16_t* source, std::size_t pixel_count, std::uint8_t* destination)
+{
+    const std::size_t pairs = pixel_count / 2;
+    for (std::size_t pair = 0; pair < pairs; ++pair, destination += 3) {
+        const unsigned first = source[2 * pair] & 0xfffu, second = source[2 * pair + 1] & 0xfffu;
+        destination[0] = static_cast<std::uint8_t>(first >> 4);
+        destination[1] = static_cast<std::uint8_t>((first & 0x0fu) | (second & 0x0fu) << 4);
+        destination[2] = static_cast<std::uint8_t>(second >> 4);
+    }
+    if (pixel_count % 2 != 0) {
+        const unsigned last = source[pixel_count - 1] & 0xfffu;
+        destination[0] = static_cast<std::uint8_t>(last >> 4);
+        destination[1] = static_cast<std::uint8_t>(last & 0x0fu);
+    }
+}
+
+void pack_mono12p(const std::uint16_t* source, std::size_t pixel_count, std::uint8_t* destination)
+{
+    const std::size_t pairs = pixel_count / 2;
+    for (std::size_t pair = 0; pair < pairs; ++pair, destination += 3) {
+        const unsigned first = source[2 * pair] & 0xfffu, second = source[2 * pair + 1] & 0xfffu;
+        destination[0] = static_cast<std::uint8_t>(first);
+        destination[1] = static_cast<std::uint8_t>(first >> 8 | (second & 0x0fu) << 4);
+        destination[2] = static_cast<std::uint8_t>(second >> 4);
+    }
+    if (pixel_count % 2 != 0) {
+        const unsigned last = source[pixel_count - 1] & 0xfffu;
+        destination[0] = static_cast<std::uint8_t>(last);
+        destination[1] = static_cast<std::uint8_t>(last >> 8);
+    }
+}
+
 }  // namespace
 
 void unpack(Pixel_encoding encoding, const std::uint8_t* source, std::size_t pixel_count,
@@ -102,6 +140,24 @@ void unpack(Pixel_encoding encoding, const std::uint8_t* source, std::size_t pix
     case Pixel_encoding::mono12_packed: unpack_mono12_packed(source, pixel_count, destination); return;
     case Pixel_encoding::mono12p: unpack_mono12p(source, pixel_count, destination); return;
     }
+}
+
+void pack(Pixel_encoding encoding, const std::uint16_t* source, std::size_t pixel_count, std::uint8_t* destination)
+{
+    switch (encoding) {
+    case Pixel_encoding::mono8: narrow_to_bytes(source, pixel_count, destination); return;
+    case Pixel_encoding::mono10:
+    case Pixel_encoding::mono12:
+    case Pixel_encoding::mono16: std::memcpy(destination, source, pixel_count * 2); return;
+    case Pixel_encoding::mono12_packed: pack_mono12_packed(source, pixel_count, destination); return;
+    case Pixel_encoding::mono12p: pack_mono12p(source, pixel_count, destination); return;
+    }
+}
+
+Pixel_format unpacked_format_for_depth(unsigned bit_depth)
+{
+    const char* name = bit_depth <= 8 ? "Mono8" : bit_depth <= 10 ? "Mono10" : bit_depth <= 12 ? "Mono12" : "Mono16";
+    return *pixel_format_by_name(name);
 }
 
 }  // namespace ksi_cli

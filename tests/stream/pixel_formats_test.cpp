@@ -1,11 +1,11 @@
-// Unpacking of each monochrome format, against packers written bit by bit
-// from the format's layout and against hand-worked bytes.
+// Unpacking and packing of each monochrome format, against packers written
+// bit by bit from the format's layout and against hand-worked bytes.
 #include <gtest/gtest.h>
 
 #include <random>
 #include <vector>
 
-#include "pixel_unpacking.hpp"
+#include "pixel_formats.hpp"
 #include "reference_packing.h"
 
 namespace {
@@ -75,6 +75,27 @@ TEST_P(PackedFormats, Mono8)
     EXPECT_EQ(unpacked(Pixel_encoding::mono8, bytes, pixels.size()), pixels);
 }
 
+std::vector<std::uint8_t> packed(Pixel_encoding encoding, const std::vector<std::uint16_t>& pixels)
+{
+    std::vector<std::uint8_t> bytes(ksi_cli::packed_size(encoding, pixels.size()), 0xa5);
+    ksi_cli::pack(encoding, pixels.data(), pixels.size(), bytes.data());
+    return bytes;
+}
+
+TEST_P(PackedFormats, PackingMatchesBitwisePackers)
+{
+    const auto twelve_bits = random_pixels(GetParam(), 12, 4);
+    EXPECT_EQ(packed(Pixel_encoding::mono12p, twelve_bits), pack_mono12p(twelve_bits));
+    EXPECT_EQ(packed(Pixel_encoding::mono12_packed, twelve_bits), pack_mono12_packed(twelve_bits));
+    for (auto [encoding, bits] : {std::pair{Pixel_encoding::mono10, 10u}, std::pair{Pixel_encoding::mono12, 12u},
+                                  std::pair{Pixel_encoding::mono16, 16u}}) {
+        const auto pixels = random_pixels(GetParam(), bits, bits + 1);
+        EXPECT_EQ(packed(encoding, pixels), little_endian_words(pixels)) << bits << " bits";
+    }
+    const auto eight_bits = random_pixels(GetParam(), 8, 5);
+    EXPECT_EQ(packed(Pixel_encoding::mono8, eight_bits), std::vector<std::uint8_t>(eight_bits.begin(), eight_bits.end()));
+}
+
 // Odd counts end in a half-used triple.
 INSTANTIATE_TEST_SUITE_P(Counts, PackedFormats, testing::Values(1, 2, 3, 7, 64, 2448 * 3 + 1));
 
@@ -90,6 +111,17 @@ TEST(PixelFormats, NamesAndCodes)
     EXPECT_EQ(mono10->bit_depth, 10u);
     EXPECT_FALSE(ksi_cli::pixel_format_by_name("Mono14"));
     EXPECT_FALSE(ksi_cli::pixel_format_by_code(0x010c0004u));  // Mono10Packed
+}
+
+TEST(PixelFormats, UnpackedFormatForABitDepth)
+{
+    EXPECT_STREQ(ksi_cli::unpacked_format_for_depth(1).name, "Mono8");
+    EXPECT_STREQ(ksi_cli::unpacked_format_for_depth(8).name, "Mono8");
+    EXPECT_STREQ(ksi_cli::unpacked_format_for_depth(9).name, "Mono10");
+    EXPECT_STREQ(ksi_cli::unpacked_format_for_depth(10).name, "Mono10");
+    EXPECT_STREQ(ksi_cli::unpacked_format_for_depth(12).name, "Mono12");
+    EXPECT_STREQ(ksi_cli::unpacked_format_for_depth(13).name, "Mono16");
+    EXPECT_STREQ(ksi_cli::unpacked_format_for_depth(16).name, "Mono16");
 }
 
 }  // namespace
