@@ -178,6 +178,7 @@ void add_process_subcommand(CLI::App& application, Subcommand_action& action)
         ->check(CLI::Range(1, 1024));
     command->add_option("INPUT", options->inputs, "Image files, raw dumps, or directories of them")->required();
     command->callback([options, &action] {
+        settle_transform_options(options->transform);
         if (!options->raw_size.empty()) {
             long long width = 0, height = 0;
             if (!parse_integer_pair(options->raw_size, 'x', width, height) || width < 0 || height < 0 ||

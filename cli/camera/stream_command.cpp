@@ -21,7 +21,6 @@ namespace kp = kestrion::polarization;
 
 struct Stream_options {
     Transform_options transform;
-    bool origin_given = false;
     std::string camera;
     bool simulated = false;
     std::optional<std::string> pixel_format;
@@ -91,7 +90,7 @@ int stream_from(Camera& camera, const Stream_options& options)
 
     Stream_settings settings;
     settings.frame = outputs.frame_settings(options.transform.settings);
-    if (options.origin_given)
+    if (options.transform.origin_given)
         settings.origin = std::pair{options.transform.settings.origin_x, options.transform.settings.origin_y};
     settings.frame_limit = options.frames;
     settings.seconds_limit = options.seconds;
@@ -194,8 +193,8 @@ void add_stream_subcommand(CLI::App& application, Subcommand_action& action)
         ->check(CLI::Range(1, 4096));
     command->add_option("--timeout", options->timeout, "Fail when no complete frame arrives for this many seconds "
                                                        "(default 5)")->check(CLI::PositiveNumber);
-    command->callback([options, command, &action] {
-        options->origin_given = command->get_option("--origin")->count() > 0;
+    command->callback([options, &action] {
+        settle_transform_options(options->transform);
         action = [options] { return run_stream_command(*options); };
     });
 }
