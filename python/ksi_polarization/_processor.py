@@ -158,7 +158,9 @@ def _output_names(outputs: Union[str, Iterable[str], None], sensor: str) -> Tupl
         raise TypeError(f"outputs must be an output name or an iterable of names, not {outputs!r}") from None
     for name in requested:
         if name not in available:
-            raise ValueError(f"outputs has {name!r}, which is none of the {sensor} sensor's {', '.join(available)}")
+            raise ValueError(
+                f"outputs has {name!r}, which is none of {', '.join(available)} (the {sensor} sensor's outputs)"
+            )
     if not requested:
         raise ValueError("outputs is empty: name at least one of " + ", ".join(available))
     return tuple(dict.fromkeys(requested))
@@ -334,10 +336,11 @@ class Processor:
                 When it differs from the input maximum, s0, s1 and s2 are
                 rescaled by output_maximum / input maximum.
             origin: (x, y), the sensor column and row of the frame's first
-                pixel, for frames cropped from a larger sensor image. The
-                library re-bases the phase to the polarizer over that pixel,
-                so a crop at an odd offset is computed with the layout it
-                really has. A colour sensor's origin must be even (a frame
+                pixel, for frames cropped from a larger sensor image. Only
+                its parity matters to the library: it re-bases the phase to
+                the polarizer over that pixel, so a crop at an odd offset is
+                computed with the layout it really has. A colour sensor's
+                origin must be even (a frame
                 cannot start inside a quartet); one that is not a multiple
                 of 4 re-bases the colour order likewise.
             outputs: names of the outputs to compute (a single name or an
