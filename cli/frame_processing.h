@@ -4,9 +4,11 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "color_sensor/color_frame_transform.h"
 #include "image_reading.h"
 #include "kestrion_ksi_polarization_processor.hpp"
 #include "output_naming.h"
@@ -14,6 +16,8 @@
 namespace ksi_cli {
 
 struct Frame_settings {
+    Sensor sensor = Sensor::mono;
+    Color_order color_order = Color_order::rggb;  // colour sensors: the quartets' filters
     kestrion::polarization::Phase phase = kestrion::polarization::Phase::degrees_0;
     std::int32_t origin_x = 0;
     std::int32_t origin_y = 0;
@@ -49,8 +53,18 @@ public:
     // refuses the frame, Output_error when a file cannot be written.
     std::vector<std::filesystem::path> process(const Frame& frame, const std::string& stem, Stage_times& times);
 
-    // The transform alone, into the buffers below.
+    // The transform alone, into the buffers below. A colour sensor's frame
+    // without a colour layout throws Color_layout_error.
     void transform(const Frame& frame);
+
+    // Size of the images and pictures of the last transform: the frame's,
+    // or for a colour sensor its complete super-pixels' at half resolution.
+    std::int32_t output_width() const { return output_width_; }
+    std::int32_t output_height() const { return output_height_; }
+    std::size_t output_pixels() const
+    {
+        return static_cast<std::size_t>(output_width_) * static_cast<std::size_t>(output_height_);
+    }
 
     // After transform(): paints the pictures among `outputs` and writes
     // `outputs` (all computed by that transform), as process() does. Live
@@ -59,19 +73,23 @@ public:
     std::vector<std::filesystem::path> write(const Frame& frame, const std::string& stem, Output_set outputs);
 
     const std::vector<float>& normalized() const { return normalized_; }
+    // A 16-bit image (s0_color: R, G, B per pixel).
     const std::vector<std::uint16_t>& image(Output output) const;
     const std::vector<std::uint8_t>& picture(Output output) const;
 
 private:
-    void paint_pictures(std::size_t pixels, Output_set outputs);
-    std::vector<std::filesystem::path> write_outputs(const Frame& frame, const std::string& stem,
-                                                     Output_set outputs);
+    void transform_mono(const Frame& frame, std::uint32_t bit_depth);
+    void paint_pictures(Output_set outputs);
+    std::vector<std::filesystem::path> write_outputs(const std::string& stem, Output_set outputs);
 
     const kestrion::polarization::Processor& processor_;
     Frame_settings settings_;
+    std::int32_t output_width_ = 0;
+    std::int32_t output_height_ = 0;
     std::vector<float> normalized_;
-    std::vector<std::uint16_t> s0_, s1_, s2_, azimuth_, dolp_;
+    std::vector<std::uint16_t> s0_, s1_, s2_, azimuth_, dolp_, imin_, imax_;
     std::vector<std::uint8_t> aolp_color_, dolp_color_;
+    std::unique_ptr<Color_frame_transform> color_;  // colour sensors
 };
 
 }  // namespace ksi_cli

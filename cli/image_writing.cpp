@@ -213,7 +213,7 @@ void write_tiff(Staged_file& file, const Tiff_image& image)
     TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, image.samples_per_pixel);
     TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, image.bits_per_sample);
     TIFFSetField(tiff, TIFFTAG_SAMPLEFORMAT, image.sample_format);
-    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
+    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, image.samples_per_pixel == 3 ? PHOTOMETRIC_RGB : PHOTOMETRIC_MINISBLACK);
     TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
     TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_NONE);
     TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, rows_per_strip);
@@ -246,6 +246,16 @@ void write_gray16(Staged_file& file, Image_format format, const std::uint16_t* s
                          significant_bits});
     else
         write_tiff(file, {bytes, width, height, 1, 16, SAMPLEFORMAT_UINT});
+}
+
+void write_rgb16(Staged_file& file, Image_format format, const std::uint16_t* samples, std::int32_t width,
+                 std::int32_t height)
+{
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(samples);
+    if (format == Image_format::png)
+        write_png(file, {bytes, static_cast<std::size_t>(width) * 6, width, height, 16, PNG_COLOR_TYPE_RGB, 16});
+    else
+        write_tiff(file, {bytes, width, height, 3, 16, SAMPLEFORMAT_UINT});
 }
 
 void write_float_pairs_tiff(Staged_file& file, const float* samples, std::int32_t width, std::int32_t height)

@@ -1,5 +1,5 @@
-// Writing images: 16-bit grey PNG or TIFF, float32 two-sample TIFF, 8-bit RGB
-// PNG. Every file is written under a temporary name in its final directory
+// Writing images: 16-bit grey or RGB PNG or TIFF, float32 two-sample TIFF,
+// 8-bit RGB PNG. Every file is written under a temporary name in its final directory
 // and renamed only once complete, so a reader never sees half a file.
 #pragma once
 
@@ -52,6 +52,9 @@ private:
 // are stored shifted up and marked with an sBIT chunk, as PNG defines it.
 void write_gray16(Staged_file& file, Image_format format, const std::uint16_t* samples, std::int32_t width,
                   std::int32_t height, int significant_bits = 16);
+// Three 16-bit samples per pixel, R G B.
+void write_rgb16(Staged_file& file, Image_format format, const std::uint16_t* samples, std::int32_t width,
+                 std::int32_t height);
 // Two 32-bit float samples per pixel, interleaved.
 void write_float_pairs_tiff(Staged_file& file, const float* samples, std::int32_t width, std::int32_t height);
 // Three bytes per pixel, R G B.

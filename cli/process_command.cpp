@@ -141,6 +141,7 @@ void add_process_subcommand(CLI::App& application, Subcommand_action& action)
         ->check(CLI::Range(1, 1024));
     add_input_options(*command, options->input, true);
     command->callback([options, &action] {
+        settle_transform_options(options->transform);
         finish_input_options(options->input);
         action = [options] { return run_process(*options); };
     });

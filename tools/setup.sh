@@ -24,7 +24,7 @@ cd "$(dirname "$0")/.."
 # rebuilds the library from the cache instead of compiling it again.
 demo_packages="cmake g++ make pkg-config libpng-dev libtiff-dev libcli11-dev nlohmann-json3-dev"
 test_packages="$demo_packages libgtest-dev libbenchmark-dev binutils qemu-user
-  python3 python3-numpy python3-pytest python3-venv python3-setuptools python3-wheel
+  python3 python3-numpy python3-pytest python3-venv python3-setuptools python3-wheel python3-tifffile
   libaravis-dev libusb-1.0-0-dev aravis-tools dpkg-dev file ccache"
 
 case $mode in

@@ -22,7 +22,6 @@ namespace kp = kestrion::polarization;
 
 struct Stream_options {
     Transform_options transform;
-    bool origin_given = false;
     Source_options source;
     std::uint64_t frames = 0;
     double seconds = 0;
@@ -49,7 +48,7 @@ int stream_from(Frame_source& source, const Stream_options& options)
 
     Stream_settings settings;
     settings.frame = outputs.frame_settings(options.transform.settings);
-    if (options.origin_given)
+    if (options.transform.origin_given)
         settings.origin = std::pair{options.transform.settings.origin_x, options.transform.settings.origin_y};
     settings.frame_limit = options.frames;
     settings.seconds_limit = options.seconds;
@@ -138,8 +137,8 @@ void add_stream_subcommand(CLI::App& application, Subcommand_action& action)
     command->add_option("--timeout", options->timeout, "Fail when no complete frame arrives for this many seconds "
                                                        "(default 5)")->check(CLI::PositiveNumber);
     command->callback([options, command, &action] {
+        settle_transform_options(options->transform);
         finish_source_options(*command, options->source);
-        options->origin_given = command->get_option("--origin")->count() > 0;
         action = [options] { return run_stream_command(*options); };
     });
 }

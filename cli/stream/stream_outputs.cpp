@@ -59,13 +59,14 @@ void Stream_outputs::write_preview(const Transformed_frame& frame)
     if (now < due || !next_preview_.compare_exchange_strong(due, now + 1000000000))
         return;
     const std::lock_guard<std::mutex> lock(preview_mutex_);
-    const std::size_t pixels = frame.frame.pixels.size();
+    // The outputs' size: a colour sensor's are half the frame's.
+    const std::size_t pixels = frame.outputs.output_pixels();
     // Sized by the first preview; every frame of a stream has the same size.
     preview_rgb_.resize(3 * pixels);
     paint_aolp_color(frame.outputs.image(Output::aolp).data(), frame.outputs.image(Output::dolp).data(), pixels,
                      output_maximum_, preview_rgb_.data());
     Staged_file file(*preview_);
-    write_rgb8_png(file, preview_rgb_.data(), frame.frame.width, frame.frame.height);
+    write_rgb8_png(file, preview_rgb_.data(), frame.outputs.output_width(), frame.outputs.output_height());
     file.commit();
 }
 

@@ -15,17 +15,31 @@ pixel, the Stokes quantities S0, S1 and S2, the angle (AoLP) and the degree
     fraction = ksp.dolp_fraction(images["dolp"])      # 0..1
     picture = ksp.colorize_aolp(images["aolp"], images["dolp"])
 
-See :meth:`Processor.transform` for the phase, the origin and the outputs.
+See :meth:`Processor.transform` for the phase, the origin and the outputs,
+and for colour polarization sensors (``sensor="color"``).
 """
 
-from ._conversions import aolp_degrees, aolp_radians, colorize_aolp, dolp_fraction
+from ._color_sensor import COLOR_ORDERS
+from ._conversions import aolp_degrees, aolp_radians, colorize_aolp, dolp_fraction, imax, imin
 from ._library import library_path
-from ._processor import DEFAULT_OUTPUTS, OUTPUT_NAMES, Processor, StatusError
+from ._processor import (
+    COLOR_DEFAULT_OUTPUTS,
+    COLOR_OUTPUTS,
+    DEFAULT_OUTPUTS,
+    MONO_OUTPUTS,
+    OUTPUT_NAMES,
+    Processor,
+    StatusError,
+)
 
 __version__ = "0.24.0"
 
 __all__ = [
+    "COLOR_DEFAULT_OUTPUTS",
+    "COLOR_ORDERS",
+    "COLOR_OUTPUTS",
     "DEFAULT_OUTPUTS",
+    "MONO_OUTPUTS",
     "OUTPUT_NAMES",
     "Processor",
     "StatusError",
@@ -33,5 +47,7 @@ __all__ = [
     "aolp_radians",
     "colorize_aolp",
     "dolp_fraction",
+    "imax",
+    "imin",
     "library_path",
 ]

@@ -2,9 +2,12 @@
 
 from __future__ import annotations
 
+from typing import Tuple
+
 import numpy as np
 import numpy.typing as npt
 
+from ._intensity_range import intensity_maximum, intensity_minimum
 from ._processor import _integer_in_range
 
 
@@ -90,3 +93,53 @@ def colorize_aolp(
     blue = np.choose(sector, (zero, zero, rising, value, value, falling))
     rgb = np.stack((red, green, blue), axis=-1)
     return np.floor(255.0 * rgb + 0.5).astype(np.uint8)
+
+
+def _intensity_inputs(
+    name: str, s0: object, dolp: object, output_maximum: int
+) -> Tuple[npt.NDArray[np.uint16], npt.NDArray[np.uint16], int]:
+    for argument, image in (("s0", s0), ("dolp", dolp)):
+        if image is None:
+            raise ValueError(f"{name} needs the s0 and dolp images of one frame, but {argument} is None")
+    intensity = np.asarray(s0)
+    degree = np.asarray(dolp)
+    for argument, values in (("s0", intensity), ("dolp", degree)):
+        if values.dtype.kind not in "ui":
+            raise TypeError(f"{argument} must hold integers, not {values.dtype}")
+    if intensity.shape != degree.shape:
+        raise ValueError(f"s0 has shape {intensity.shape} but dolp has shape {degree.shape}")
+    maximum = _integer_in_range("output_maximum", output_maximum, 1, 65535)
+    for argument, values in (("s0", intensity), ("dolp", degree)):
+        if values.size and (values.min() < 0 or values.max() > maximum):
+            raise ValueError(f"{argument} has values outside 0 to output_maximum {maximum}")
+    return intensity.astype(np.uint16), degree.astype(np.uint16), maximum
+
+
+def imin(s0: npt.ArrayLike, dolp: npt.ArrayLike, output_maximum: int = 65535) -> npt.NDArray[np.uint16]:
+    """The least intensity over all polarizer angles: the image without glare.
+
+    Imin = S0 (1 - DoLP) / 2 with DoLP as a fraction, rounded half up; with
+    s the ``s0`` element, d the ``dolp`` element and M the output maximum,
+    in integers: ``(s (M - d) + M) // (2 M)``. This is the ``imin`` output
+    of :meth:`Processor.transform` and of the tool, from the ``s0`` and
+    ``dolp`` images of one frame (for a colour sensor: the mean of its
+    planes' S0, rounded half up, and the combined ``dolp``).
+
+    Returns:
+        uint16 of their shape.
+
+    Raises:
+        ValueError: an image is None, the shapes differ, or a value lies
+            outside 0 to output_maximum.
+        TypeError: an image does not hold integers.
+    """
+    return intensity_minimum(*_intensity_inputs("imin", s0, dolp, output_maximum))
+
+
+def imax(s0: npt.ArrayLike, dolp: npt.ArrayLike, output_maximum: int = 65535) -> npt.NDArray[np.uint16]:
+    """The greatest intensity over all polarizer angles.
+
+    Imax = S0 (1 + DoLP) / 2, rounded half up and clamped: in integers
+    ``min(M, (s (M + d) + M) // (2 M))``. Arguments and errors as :func:`imin`.
+    """
+    return intensity_maximum(*_intensity_inputs("imax", s0, dolp, output_maximum))

@@ -11,13 +11,32 @@ from typing import Dict, Iterable, Mapping, Optional, Tuple, Union
 import numpy as np
 import numpy.typing as npt
 
+from . import _color_sensor as color_sensor
+from ._intensity_range import intensity_maximum, intensity_minimum
 from ._library import library
 
 OUTPUT_NAMES: Tuple[str, ...] = ("normalized", "s0", "s1", "s2", "aolp", "dolp")
-"""Names of the six outputs, in the order of the library's slots 0 to 5."""
+"""Names of the library's six outputs, in the order of its slots 0 to 5."""
+
+MONO_OUTPUTS: Tuple[str, ...] = OUTPUT_NAMES + ("imin", "imax")
+"""The outputs of a monochrome polarization sensor."""
+
+COLOR_OUTPUTS: Tuple[str, ...] = (
+    "s0_color", "aolp", "dolp", "imin", "imax", "aolp_r", "aolp_g", "aolp_b", "dolp_r", "dolp_g", "dolp_b",
+)
+"""The outputs of a colour polarization sensor."""
 
 DEFAULT_OUTPUTS: Tuple[str, ...] = ("s0", "aolp", "dolp")
-"""The outputs :meth:`Processor.transform` computes when none are named."""
+"""The outputs :meth:`Processor.transform` computes for a monochrome sensor when none are named."""
+
+COLOR_DEFAULT_OUTPUTS: Tuple[str, ...] = ("s0_color", "aolp", "dolp")
+"""The outputs :meth:`Processor.transform` computes for a colour sensor when none are named."""
+
+_SENSOR_OUTPUTS = {"mono": MONO_OUTPUTS, "color": COLOR_OUTPUTS}
+_SENSOR_DEFAULT_OUTPUTS = {"mono": DEFAULT_OUTPUTS, "color": COLOR_DEFAULT_OUTPUTS}
+# Smallest frame of each sensor: a quartet, a super-pixel of four quartets.
+_SENSOR_MINIMUM_SIZE = {"mono": 2, "color": 4}
+_GLARE_OUTPUTS = ("imin", "imax")
 
 _SLOT = {name: slot for slot, name in enumerate(OUTPUT_NAMES)}
 
@@ -82,7 +101,7 @@ def _integer_in_range(argument: str, value: object, lowest: int, highest: int) -
     return number
 
 
-def _check_frame(frame: object) -> None:
+def _check_frame(frame: object, sensor: str) -> None:
     if not isinstance(frame, np.ndarray):
         raise TypeError(f"frame must be a numpy array, not {type(frame).__name__}")
     if frame.dtype.kind != "u" or frame.dtype.itemsize not in (1, 2):
@@ -90,6 +109,10 @@ def _check_frame(frame: object) -> None:
     if frame.ndim != 2:
         raise TypeError(f"frame must have 2 dimensions (height, width), not {frame.ndim} (shape {frame.shape})")
     height, width = frame.shape
+    if sensor == "color" and (height < 4 or width < 4):
+        raise ValueError(
+            f"frame of {height}x{width} pixels (height x width) is smaller than one colour super-pixel (4x4)"
+        )
     if height < 2 or width < 2:
         raise ValueError(f"frame must be at least 2x2 pixels, not {height}x{width} (height x width)")
     if height > _INT32_MAX or width > _INT32_MAX:
@@ -100,6 +123,18 @@ def _phase_code(phase: object) -> int:
     if isinstance(phase, numbers.Real) and not isinstance(phase, bool) and phase in _PHASE_CODE:
         return _PHASE_CODE[phase]  # type: ignore[index]
     raise ValueError(f"phase must be 0, 45, 90 or 135 (degrees), not {phase!r}")
+
+
+def _sensor(sensor: object) -> str:
+    if isinstance(sensor, str) and sensor in _SENSOR_OUTPUTS:
+        return sensor
+    raise ValueError(f"sensor must be 'mono' or 'color', not {sensor!r}")
+
+
+def _color_order(order: object) -> str:
+    if isinstance(order, str) and order in color_sensor.COLOR_ORDERS:
+        return order
+    raise ValueError(f"color_order must be one of {', '.join(color_sensor.COLOR_ORDERS)}, not {order!r}")
 
 
 def _origin(origin: object) -> Tuple[int, int]:
@@ -113,33 +148,40 @@ def _origin(origin: object) -> Tuple[int, int]:
     )
 
 
-def _output_names(outputs: Union[str, Iterable[str]]) -> Tuple[str, ...]:
+def _output_names(outputs: Union[str, Iterable[str], None], sensor: str) -> Tuple[str, ...]:
+    if outputs is None:
+        return _SENSOR_DEFAULT_OUTPUTS[sensor]
+    available = _SENSOR_OUTPUTS[sensor]
     try:
         requested = (outputs,) if isinstance(outputs, str) else tuple(outputs)
     except TypeError:
         raise TypeError(f"outputs must be an output name or an iterable of names, not {outputs!r}") from None
     for name in requested:
-        if name not in _SLOT:
-            raise ValueError(f"outputs has {name!r}, which is none of {', '.join(OUTPUT_NAMES)}")
+        if name not in available:
+            raise ValueError(
+                f"outputs has {name!r}, which is none of {', '.join(available)} (the {sensor} sensor's outputs)"
+            )
     if not requested:
-        raise ValueError("outputs is empty: name at least one of " + ", ".join(OUTPUT_NAMES))
+        raise ValueError("outputs is empty: name at least one of " + ", ".join(available))
     return tuple(dict.fromkeys(requested))
 
 
 def _output_layout(name: str, height: int, width: int) -> Tuple[Tuple[int, ...], np.dtype]:
     if name == "normalized":
         return (height, width, 2), np.dtype(np.float32)
+    if name == "s0_color":
+        return (height, width, 3), np.dtype(np.uint16)
     return (height, width), np.dtype(np.uint16)
 
 
 def _check_out(
-    out: Optional[Mapping[str, np.ndarray]], names: Tuple[str, ...], frame: np.ndarray
+    out: Optional[Mapping[str, np.ndarray]], names: Tuple[str, ...], frame: np.ndarray, height: int, width: int
 ) -> Dict[str, np.ndarray]:
+    """``height`` and ``width`` are the outputs' size."""
     if out is None:
         return {}
     if not isinstance(out, Mapping):
         raise TypeError(f"out must be a mapping from output name to array, not {type(out).__name__}")
-    height, width = frame.shape
     checked: Dict[str, np.ndarray] = {}
     for name, array in out.items():
         if name not in names:
@@ -266,15 +308,18 @@ class Processor:
         bit_depth: int,
         output_maximum: int = 65535,
         origin: Tuple[int, int] = (0, 0),
-        outputs: Union[str, Iterable[str]] = DEFAULT_OUTPUTS,
+        outputs: Union[str, Iterable[str], None] = None,
         out: Optional[Mapping[str, np.ndarray]] = None,
+        sensor: str = "mono",
+        color_order: str = "rggb",
     ) -> Dict[str, np.ndarray]:
         """Compute polarization images of one raw frame.
 
         Args:
             frame: the raw sensor pixels, a 2-D uint16 or uint8 array of
-                shape (height, width), each at least 2. A C-contiguous
-                uint16 frame is used in place; any other is converted once.
+                shape (height, width), each at least 2 (4 for a colour
+                sensor). A C-contiguous uint16 frame is used in place; any
+                other is converted once.
             phase: angle in degrees (0, 45, 90 or 135) of the polarizer over
                 the sensor's top-left pixel. The 2x2 polarizer quartet
                 repeats across the sensor; the phase names its layout::
@@ -292,11 +337,15 @@ class Processor:
                 rescaled by output_maximum / input maximum.
             origin: (x, y), the sensor column and row of the frame's first
                 pixel, for frames cropped from a larger sensor image. Only
-                its parity matters: the library re-bases the phase to the
-                polarizer over that pixel, so a crop at an odd offset is
-                computed with the layout it really has.
+                its parity matters to the library: it re-bases the phase to
+                the polarizer over that pixel, so a crop at an odd offset is
+                computed with the layout it really has. A colour sensor's
+                origin must be even (a frame
+                cannot start inside a quartet); one that is not a multiple
+                of 4 re-bases the colour order likewise.
             outputs: names of the outputs to compute (a single name or an
-                iterable of names)::
+                iterable of names; None: ``DEFAULT_OUTPUTS`` or, for a
+                colour sensor, ``COLOR_DEFAULT_OUTPUTS``)::
 
                     normalized  float32 (height, width, 2): S1/S0, S2/S0
                     s0          uint16 (height, width): total intensity S0
@@ -306,6 +355,20 @@ class Processor:
                                 -90..+90 degrees over 0..output_maximum
                     dolp        uint16: degree of linear polarization,
                                 0..1 over 0..output_maximum
+                    imin, imax  uint16: least and greatest intensity over
+                                polarizer angles, S0 (1 -/+ DoLP) / 2
+                                (see :func:`imin`)
+
+                A colour sensor's outputs have (height // 4) * 2 rows and
+                (width // 4) * 2 columns (the frame's complete
+                super-pixels); it has aolp, dolp, imin and imax from the
+                Stokes vector summed over its four colour planes, and
+                instead of normalized, s0, s1 and s2::
+
+                    s0_color    uint16 (rows, columns, 3): S0 of the R,
+                                G (mean of G1 and G2) and B planes
+                    aolp_r, aolp_g, aolp_b, dolp_r, dolp_g, dolp_b
+                                uint16: angle and degree of one colour
 
                 :func:`aolp_degrees`, :func:`aolp_radians` and
                 :func:`dolp_fraction` turn these images into physical values.
@@ -314,6 +377,13 @@ class Processor:
                 dtype above, be C-contiguous, aligned and writeable, and
                 share no memory with the frame or the other outputs.
                 Outputs not given here are allocated.
+            sensor: "mono" (2x2 polarizer quartets) or "color" (4x4
+                super-pixels of four quartets under Bayer colour filters).
+            color_order: for a colour sensor, the colour filters of the
+                quartets of the sensor's top-left super-pixel, top left,
+                top right, bottom left, bottom right: "rggb", "bggr",
+                "grbg" or "gbrg". G1 is the green quartet of a
+                super-pixel's top row, G2 the one of its bottom row.
 
         Returns:
             A dict from each requested output name to its array (the array
@@ -323,37 +393,130 @@ class Processor:
             TypeError: frame or an ``out`` array has the wrong type, dtype or
                 number of dimensions; an integer argument is no integer;
                 outputs is neither a name nor an iterable.
-            ValueError: frame is smaller than 2x2; phase, bit_depth,
-                output_maximum, origin, outputs or an ``out`` array's shape or
-                layout is wrong; the processor is closed.
+            ValueError: frame is smaller than 2x2 (a colour sensor's than
+                4x4); sensor, color_order, phase, bit_depth, output_maximum,
+                origin (odd for a colour sensor), outputs or an ``out``
+                array's shape or layout is wrong; the processor is closed.
             StatusError: the library refused the call.
 
         Nothing is written into ``out`` when an argument is refused.
         """
         handle = self._live_handle()
-        _check_frame(frame)
+        sensor = _sensor(sensor)
+        order = _color_order(color_order)
+        _check_frame(frame, sensor)
         phase_code = _phase_code(phase)
         bit_depth = _integer_in_range("bit_depth", bit_depth, 1, 16)
         output_maximum = _integer_in_range("output_maximum", output_maximum, 1, 65535)
         origin_x, origin_y = _origin(origin)
-        names = _output_names(outputs)
-        provided = _check_out(out, names, frame)
+        if sensor == "color" and (origin_x % 2 or origin_y % 2):
+            raise ValueError(
+                f"origin ({origin_x}, {origin_y}) starts inside a polarizer quartet: "
+                "a colour sensor's origin must have an even x and y"
+            )
+        names = _output_names(outputs, sensor)
+        height, width = frame.shape
+        if sensor == "color":
+            layout = color_sensor.color_layout(width, height, (origin_x, origin_y), order)
+            provided = _check_out(out, names, frame, layout.plane_height, layout.plane_width)
+        else:
+            provided = _check_out(out, names, frame, height, width)
 
         pixels = np.require(frame, dtype=np.uint16, requirements=("C_CONTIGUOUS", "ALIGNED"))
-        height, width = pixels.shape
+        arguments = (handle, phase_code, bit_depth, output_maximum)
+        if sensor == "color":
+            images = _transform_color(arguments, pixels, layout, names)
+        else:
+            images = _transform_mono(arguments, pixels, (origin_x, origin_y), names, provided)
         results: Dict[str, np.ndarray] = {}
-        slots = [None] * len(OUTPUT_NAMES)
         for name in names:
             array = provided.get(name)
             if array is None:
-                shape, dtype = _output_layout(name, height, width)
-                array = np.empty(shape, dtype=dtype)
-            results[name] = array
-            slots[_SLOT[name]] = array.ctypes.data
-        status = library.kl_polarization_processor_transform(
-            handle, phase_code, pixels.ctypes.data, origin_x, origin_y, width, height,
-            bit_depth, output_maximum, *slots,
-        )
-        if status != 0:
-            raise StatusError("kl_polarization_processor_transform", status)
+                results[name] = images[name]
+            else:
+                if array is not images[name]:
+                    array[...] = images[name]
+                results[name] = array
         return results
+
+
+def _library_transform(
+    arguments: Tuple[int, int, int, int],
+    pixels: np.ndarray,
+    origin: Tuple[int, int],
+    slots: Mapping[str, np.ndarray],
+) -> None:
+    """The library's transform of ``pixels`` into the arrays of ``slots`` (by output name)."""
+    handle, phase_code, bit_depth, output_maximum = arguments
+    height, width = pixels.shape
+    pointers = [None] * len(OUTPUT_NAMES)
+    for name, array in slots.items():
+        pointers[_SLOT[name]] = array.ctypes.data
+    status = library.kl_polarization_processor_transform(
+        handle, phase_code, pixels.ctypes.data, origin[0], origin[1], width, height,
+        bit_depth, output_maximum, *pointers,
+    )
+    if status != 0:
+        raise StatusError("kl_polarization_processor_transform", status)
+
+
+def _transform_mono(
+    arguments: Tuple[int, int, int, int],
+    pixels: np.ndarray,
+    origin: Tuple[int, int],
+    names: Tuple[str, ...],
+    provided: Mapping[str, np.ndarray],
+) -> Dict[str, np.ndarray]:
+    height, width = pixels.shape
+    glare = [name for name in _GLARE_OUTPUTS if name in names]
+    # The glare images are drawn from S0 and DoLP.
+    slot_names = [name for name in OUTPUT_NAMES if name in names or (glare and name in ("s0", "dolp"))]
+    slots: Dict[str, np.ndarray] = {}
+    for name in slot_names:
+        array = provided.get(name)
+        if array is None:
+            shape, dtype = _output_layout(name, height, width)
+            array = np.empty(shape, dtype=dtype)
+        slots[name] = array
+    _library_transform(arguments, pixels, origin, slots)
+    output_maximum = arguments[3]
+    images = dict(slots)
+    if "imin" in glare:
+        images["imin"] = intensity_minimum(slots["s0"], slots["dolp"], output_maximum)
+    if "imax" in glare:
+        images["imax"] = intensity_maximum(slots["s0"], slots["dolp"], output_maximum)
+    return images
+
+
+def _transform_color(
+    arguments: Tuple[int, int, int, int],
+    pixels: np.ndarray,
+    layout: color_sensor.ColorLayout,
+    names: Tuple[str, ...],
+) -> Dict[str, np.ndarray]:
+    shape = (layout.plane_height, layout.plane_width)
+    stokes = any(name != "s0_color" for name in names)
+    s0: Dict[str, np.ndarray] = {}
+    normalized: Dict[str, np.ndarray] = {}
+    for plane in color_sensor.PLANES:
+        plane_pixels = color_sensor.extract_plane(pixels, layout, plane)
+        slots = {"s0": np.empty(shape, dtype=np.uint16)}
+        if stokes:
+            slots["normalized"] = np.empty(shape + (2,), dtype=np.float32)
+        _library_transform(arguments, plane_pixels, layout.places[plane].origin, slots)
+        s0[plane] = slots["s0"]
+        normalized[plane] = slots.get("normalized")  # type: ignore[assignment]
+    output_maximum = arguments[3]
+    glare = [name for name in _GLARE_OUTPUTS if name in names]
+    # The glare images are drawn from the combined DoLP.
+    wanted = tuple(names) + (("dolp",) if glare else ())
+    images = color_sensor.combined_images(s0, normalized, wanted, output_maximum)
+    if "s0_color" in names:
+        images["s0_color"] = color_sensor.s0_color(s0)
+    if glare:
+        intensity = color_sensor.mean_intensity(s0)
+        if "imin" in glare:
+            images["imin"] = intensity_minimum(intensity, images["dolp"], output_maximum)
+        if "imax" in glare:
+            images["imax"] = intensity_maximum(intensity, images["dolp"], output_maximum)
+    return images

@@ -245,6 +245,41 @@ TEST_F(StreamCommand, InterruptEndsTheStreamCleanly)
     EXPECT_EQ(entries, 1u);
 }
 
+// A colour sensor's recording and preview have half the frame's size.
+TEST_F(StreamCommand, RecordsAColourSensorsOutputsAtHalfResolution)
+{
+    const std::filesystem::path recording = directory_ / "recording", preview = directory_ / "preview.png";
+    auto stream = tool({"stream", "--simulated", "--camera", "Fake_1", "--sensor", "color", "--color-order", "gbrg",
+                        "--phase", "0", "--pixel-format", "Mono16", "--region", "0,0,256,192", "--frames", "3",
+                        "--outputs", "s0_color,imin,aolp_color", "--record", recording.string(), "--preview",
+                        preview.string(), "-j", "1"},
+                       "color");
+    const auto status = stream->wait(60);
+    ASSERT_TRUE(status) << "the stream did not end by itself";
+    ASSERT_EQ(exit_code(status), 0) << stream->err();
+    EXPECT_EQ(count_after(stream->out(), "transformed"), 3u) << stream->out();
+    ksi_cli::Frame frame;
+    ksi_cli::read_frame(recording / "frame_00000000_imin.png", std::nullopt, frame);
+    EXPECT_EQ(frame.width, 128);
+    EXPECT_EQ(frame.height, 96);
+    // s0_color is RGB: the tool's reader of mosaics refuses it by name.
+    EXPECT_TRUE(std::filesystem::exists(recording / "frame_00000000_s0_color.png"));
+    EXPECT_THROW(ksi_cli::read_frame(recording / "frame_00000000_s0_color.png", std::nullopt, frame),
+                 ksi_cli::Input_error);
+    ASSERT_TRUE(std::filesystem::exists(preview));
+    EXPECT_EQ(read_text(preview).substr(16, 8), std::string("\0\0\0\x80\0\0\0\x60", 8));  // IHDR 128x96
+}
+
+TEST_F(StreamCommand, ColourSensorWithAnOddOriginIsAUsageError)
+{
+    auto stream = tool({"stream", "--simulated", "--camera", "Fake_1", "--sensor", "color", "--phase", "0",
+                        "--origin", "2,1", "--frames", "1"},
+                       "odd");
+    EXPECT_EQ(exit_code(stream->wait(60)), 2);
+    EXPECT_NE(stream->err().find("--origin: 2,1 starts inside a polarizer quartet"), std::string::npos)
+        << stream->err();
+}
+
 TEST_F(StreamCommand, UnknownCameraIsOneLine)
 {
     auto stream = tool({"stream", "--camera", "No_such_camera", "--phase", "0", "--frames", "1"}, "unknown");
